@@ -1,0 +1,15 @@
+# Warnings (errors, with both compilers) and the sanitizers that the presets choose.
+set(SCHEDULEHELPER_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+
+add_library(project_settings INTERFACE)
+target_compile_options(project_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(project_settings INTERFACE -Wthread-safety -Wthread-safety-beta)
+endif()
+if(SCHEDULEHELPER_SANITIZE)
+  # g++ 12 sees uninitialised members of std::variant in the code that the sanitizers add.
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+  add_compile_options(-fsanitize=${SCHEDULEHELPER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${SCHEDULEHELPER_SANITIZE})
+endif()
