@@ -1,0 +1,131 @@
+// The application's life: single instance, launch callback, loop, reopen requests, end by signal.
+#include "AcceptPause.h"
+#include "EventPool.h"
+#include "ExitGate.h"
+#include "MainQueue.h"
+#include "SingleInstance.h"
+#include "UserDefaultsFile.h"
+
+#include <AppKit/AppKit.h>
+#include <dispatch/exit_gate.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/signalfd.h>
+
+namespace platform {
+namespace {
+
+constexpr uint32_t kReopenTimeoutMs = 5'000;
+
+using MakeDelegate = std::function<std::unique_ptr<NSApplicationDelegate>()>;
+
+MakeDelegate& DelegateMaker() {
+    static MakeDelegate& make = *new MakeDelegate;
+    return make;
+}
+
+// Ends the process on SIGTERM or SIGINT. The signals are blocked everywhere and read here by a thread of the pool, so
+// they work in every state, also while the main thread hangs in a handler.
+class SignalWatcher final : public Watcher {
+public:
+    explicit SignalWatcher(NSApplicationDelegate& delegate) : application(delegate) {}
+
+    // In every thread that is started from now on, too. Before any other thread is.
+    static sigset_t Block() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGTERM);
+        sigaddset(&signals, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        return signals;
+    }
+
+    bool Start(const sigset_t& signals) {
+        descriptor.Reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+        return descriptor && EventPool::Shared().Events().Add(descriptor.Get(), EPOLLIN, *this);
+    }
+
+    void OnReady(uint32_t) override {
+        dispatch_gate_close(EXIT_SUCCESS);
+        application.applicationWillTerminate();
+        exit(EXIT_SUCCESS);
+    }
+
+private:
+    NSApplicationDelegate& application;
+    Descriptor descriptor;
+};
+
+// Answers second instances, on the main thread. The delegate hears of them only while the loop runs: once dispatch_main
+// has the main thread, the application already does all that it can do.
+class ReopenWatcher final : public Watcher {
+public:
+    ReopenWatcher(NSApplicationDelegate& delegate, Descriptor listening)
+        : application(delegate), listener(std::move(listening)) {}
+
+    bool Start() { return listener && MainQueue::Shared().Events().Add(listener.Get(), EPOLLIN, *this); }
+
+    void OnReady(uint32_t) override {
+        Descriptor asker = SingleInstance::TakeReopenRequest(listener.Get());
+        if (!asker && AcceptPause::IsNeeded(errno)) return pause.Then([this] { Arm(); });
+        Arm();  // first: the callback may never return
+        if (!asker) return;
+        // Acknowledged once the main queue is served again, which is after the callback or within dispatch_main:
+        // whoever asked finds a service that listens.
+        MainQueue::Shared().Async(
+            [kept = std::make_shared<Descriptor>(std::move(asker))] { SingleInstance::Acknowledge(*kept); });
+        if (MainQueue::Shared().IsServedForGood()) return;
+        ExitGatePassage passage;
+        application.applicationShouldHandleReopen();
+    }
+
+private:
+    void Arm() { MainQueue::Shared().Events().Arm(listener.Get(), EPOLLIN, *this); }
+
+    NSApplicationDelegate& application;
+    Descriptor listener;
+    AcceptPause pause;
+};
+
+int Refuse(const char* what) {
+    std::fprintf(stderr, "%s: %s\n", MainBundleUserDefaultsPath().c_str(), what);
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+}  // namespace platform
+
+NSApplicationDelegateClass::NSApplicationDelegateClass(std::function<std::unique_ptr<NSApplicationDelegate>()> make) {
+    platform::DelegateMaker() = std::move(make);
+}
+
+int NSApplicationMain(int, char**) {
+    using namespace platform;
+    const sigset_t signals = SignalWatcher::Block();
+    // Immortal all: the process ends by exit on another thread while this one waits for events.
+    static SingleInstance& instance = *new SingleInstance(MainBundleUserDefaultsPath());
+    switch (instance.Claim(kReopenTimeoutMs)) {
+    case SingleInstance::Outcome::Alone:
+        break;
+    case SingleInstance::Outcome::HandedOver:
+        return EXIT_SUCCESS;
+    case SingleInstance::Outcome::Unanswered:
+        return Refuse("another instance holds the lock and does not answer");
+    case SingleInstance::Outcome::Unavailable:
+        return Refuse(std::strerror(errno));
+    }
+    static NSApplicationDelegate& delegate = *DelegateMaker()().release();
+    static SignalWatcher& ending = *new SignalWatcher(delegate);
+    if (!ending.Start(signals)) return Refuse(std::strerror(errno));
+    static ReopenWatcher& reopening = *new ReopenWatcher(delegate, instance.ListenForReopen());
+    if (!reopening.Start()) return Refuse(std::strerror(errno));
+    {
+        ExitGatePassage passage;
+        delegate.applicationDidFinishLaunching();
+    }
+    MainQueue::Shared().Serve();
+}

@@ -1,0 +1,81 @@
+#include <Carbon/Carbon.h>
+
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace {
+
+constexpr size_t kMaxRecordName = sizeof(FSSpec::name) - 1;
+
+// Absolute and without links; nothing when the object doesn't exist.
+std::optional<std::string> RealPath(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::canonical(path, error);
+    return error ? std::nullopt : std::optional(real.string());
+}
+
+struct PathParts {
+    std::string folder;  // empty for the root
+    std::string name;
+};
+
+PathParts Split(const std::string& realPath) {
+    if (realPath == "/") return {"", "/"};
+    const size_t slash = realPath.rfind('/');
+    return {slash == 0 ? "/" : realPath.substr(0, slash), realPath.substr(slash + 1)};
+}
+
+// The node of a folder given by its real path; "" is the root's parent.
+FSNodeID NodeOf(const std::string& folder) {
+    if (folder.empty()) return {fsRtParID, ""};
+    if (folder == "/") return {fsRtDirID, folder};
+    struct stat status {};
+    ::stat(folder.c_str(), &status);  // a folder that goes away meanwhile gets the number 0
+    return {status.st_ino, folder};
+}
+
+}  // namespace
+
+OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, bool* isDirectory) {
+    struct stat status {};
+    const char* text = reinterpret_cast<const char*>(path);
+    if (!text || ::stat(text, &status) != 0) return fnfErr;
+    if (ref) ref->path = text;
+    if (isDirectory) *isDirectory = S_ISDIR(status.st_mode);
+    return noErr;
+}
+
+OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap, FSCatalogInfo* info, FSSpec* record) {
+    if (!ref) return paramErr;
+    const auto path = RealPath(ref->path);
+    struct stat status {};
+    if (!path || ::stat(path->c_str(), &status) != 0) return fnfErr;
+    const PathParts parts = Split(*path);
+    if (record && parts.name.size() > kMaxRecordName) return fnfErr;
+    if (info) {
+        info->nodeFlags = S_ISDIR(status.st_mode) ? kFSNodeIsDirectoryMask : 0;
+        info->volume = 0;
+        info->nodeID = {*path == "/" ? fsRtDirID : status.st_ino, *path};
+    }
+    if (record) {
+        *record = FSSpec();
+        record->parID = NodeOf(parts.folder);
+        record->name[0] = static_cast<unsigned char>(parts.name.size());
+        std::memcpy(record->name + 1, parts.name.data(), parts.name.size());
+    }
+    return noErr;
+}
+
+OSErr PBGetCatInfoSync(CInfoPBRec* block) {
+    if (!block || block->ioFDirIndex != -1) return paramErr;
+    const auto path = RealPath(block->ioDrDirID.path);
+    std::error_code error;
+    if (!path || !std::filesystem::is_directory(*path, error)) return fnfErr;
+    PathParts parts = Split(*path);
+    block->ioName = parts.folder.empty() ? "" : std::move(parts.name);
+    block->ioDrParID = NodeOf(parts.folder);
+    return noErr;
+}

@@ -1,0 +1,158 @@
+#include "UserDefaultsFile.h"
+
+#include "HomeFolder.h"
+#include "InfoPlist.h"
+#include "MainBundle.h"
+#include "PropertyListReader.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+
+namespace platform {
+
+namespace {
+
+constexpr int kMaxDamaged = 1000;                  // files set aside; more are left for a person to look at
+constexpr size_t kWriteSize = size_t{256} * 1024;  // parts are gathered into writes of about this size
+
+std::string FolderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool SyncFolder(FileCalls& calls, const std::string& folder) {
+    const FileCallsDescriptor opened(
+        calls, Uninterrupted([&] { return calls.Open(folder.c_str(), O_RDONLY | O_DIRECTORY, 0); }));
+    return opened && Uninterrupted([&] { return calls.Sync(opened.Get()); }) == 0;
+}
+
+// Makes a folder and those above it that are missing, each one's name safe on disk before anything is put into it.
+bool MakeFolderTree(FileCalls& calls, const std::string& folder) {
+    if (calls.MakeFolder(folder.c_str(), 0700) == 0) return SyncFolder(calls, FolderOf(folder));
+    if (errno == EEXIST) return true;
+    if (errno != ENOENT || folder == FolderOf(folder) || !MakeFolderTree(calls, FolderOf(folder))) return false;
+    return calls.MakeFolder(folder.c_str(), 0700) == 0 && SyncFolder(calls, FolderOf(folder));
+}
+
+bool IsFileName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
+}  // namespace
+
+std::string UserDefaultsPath(const std::string& bundleIdentifier) {
+    return FolderFromEnvironment("XDG_CONFIG_HOME", ".config") + "/" + bundleIdentifier + ".plist";
+}
+
+std::string MainBundleUserDefaultsPath() {
+    const auto info = ReadInfoPlist(MainBundleRoot());
+    const std::string* identifier = info ? info->String("CFBundleIdentifier") : nullptr;
+    if (identifier && IsFileName(*identifier)) return UserDefaultsPath(*identifier);
+    const std::string program = ProgramOfLink("/proc/self/exe").value_or("unknown");
+    return UserDefaultsPath(program.substr(program.rfind('/') + 1));  // npos + 1 is 0
+}
+
+UserDefaultsFile::Reading UserDefaultsFile::Read(NSDictionary& content) {
+    std::string bytes;
+    const int error = ReadOwnFile(calls, path, bytes);
+    content = NSMutableDictionary();
+    if (error == ENOENT) return Reading::Done;
+    if (error != 0 && error != EFBIG) {
+        Report("cannot be read and is left alone", error);
+        return Reading::Failed;
+    }
+    if (error == 0) {
+        if (auto parsed = ParsePropertyList(bytes)) {
+            content = *parsed;
+            return Reading::Done;
+        }
+    }
+    return SetAside() ? Reading::Done : Reading::Failed;
+}
+
+bool UserDefaultsFile::SetAside() {
+    for (int n = 1; n <= kMaxDamaged; n++) {
+        const std::string aside = path + ".damaged-" + std::to_string(n);
+        if (calls.RenameWithoutReplacing(path.c_str(), aside.c_str()) == 0) {
+            fprintf(stderr, "%s: damaged, kept as %s\n", path.c_str(), aside.c_str());
+            return true;
+        }
+        if (errno != EEXIST) break;
+    }
+    Report("is damaged, cannot be set aside and is left alone", errno);
+    return false;
+}
+
+bool UserDefaultsFile::Replace(const std::vector<NSPayload<std::string>>& parts) {
+    size_t size = 0;
+    for (const auto& part : parts) size += part.Get()->size();
+    if (size > kMaxPropertyListFile) {  // the next start would take it for damaged
+        Report("cannot be written", EFBIG);
+        return false;
+    }
+    const std::string newPath = path + ".new";
+    const std::string folder = FolderOf(path);
+    if (!WriteNew(newPath, parts) || calls.Rename(newPath.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        calls.Unlink(newPath.c_str());
+        Report("cannot be written", error);
+        return false;
+    }
+    if (!SyncFolder(calls, folder)) {
+        Report("is written, but perhaps not safe from a power failure", errno);
+        return false;
+    }
+    reported = 0;
+    return true;
+}
+
+bool UserDefaultsFile::WriteNew(const std::string& newPath, const std::vector<NSPayload<std::string>>& parts) {
+    const FileCallsDescriptor file(calls, OpenNew(newPath));
+    if (!file) return false;
+    std::string gathered;
+    for (const auto& part : parts) {
+        gathered += *part.Get();
+        if (gathered.size() < kWriteSize) continue;
+        if (!WriteBytes(file.Get(), gathered)) return false;
+        gathered.clear();
+    }
+    return WriteBytes(file.Get(), gathered) && Uninterrupted([&] { return calls.Sync(file.Get()); }) == 0;
+}
+
+int UserDefaultsFile::OpenNew(const std::string& newPath) {
+    const auto create = [&] {
+        return Uninterrupted(
+            [&] { return calls.Open(newPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600); });
+    };
+    int descriptor = create();
+    if (descriptor >= 0) return descriptor;
+    if (errno == EEXIST) {
+        if (calls.Unlink(newPath.c_str()) != 0) return -1;
+    } else if (errno != ENOENT || !MakeFolderTree(calls, FolderOf(newPath))) {
+        return -1;
+    }
+    return create();
+}
+
+bool UserDefaultsFile::WriteBytes(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = Uninterrupted([&] { return calls.Write(descriptor, bytes.data(), bytes.size()); });
+        if (count < 0) return false;
+        if (count == 0) {
+            errno = EIO;
+            return false;
+        }
+        bytes.remove_prefix(static_cast<size_t>(count));
+    }
+    return true;
+}
+
+void UserDefaultsFile::Report(const char* what, int error) {
+    if (error == reported) return;
+    reported = error;
+    fprintf(stderr, "%s %s: %s\n", path.c_str(), what, strerror(error));
+}
+
+}  // namespace platform

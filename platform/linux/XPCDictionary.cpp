@@ -1,0 +1,85 @@
+#include "XPCDictionary.h"
+
+#include "XPCConnection.h"
+
+#include <algorithm>
+#include <fcntl.h>
+
+namespace platform {
+
+XPCDictionary::XPCDictionary() : xpc_object_s(XPC_TYPE_DICTIONARY, false) {
+    payload.reserve(512);  // most messages grow no further
+    items.reserve(8);
+}
+
+XPCDictionary::XPCDictionary(const wire::FrameHeader& header, std::string bytes, std::vector<wire::Item> index,
+                             std::vector<Descriptor> received, XPCRef<XPCConnection> over)
+    : xpc_object_s(XPC_TYPE_DICTIONARY, !(header.flags & wire::kFlagReply)), payload(std::move(bytes)),
+      items(std::move(index)), descriptors(std::move(received)), connection(std::move(over)),
+      expectsReply(header.flags & wire::kFlagReply ? 0 : header.number) {}
+
+XPCDictionary::~XPCDictionary() = default;
+
+void XPCDictionary::Set(wire::Type valueType, const char* key, const void* value, size_t length) {
+    const std::string_view name = std::string_view(key).substr(0, wire::kMaxKey);
+    if (length > wire::kMaxPayload) length = wire::kMaxPayload + size_t{1};  // kept, but not sendable
+    std::string bytes;  // apart from the payload, which the value may lie in
+    wire::Item item = wire::AppendItem(bytes, valueType, name, value, length);
+    if (const wire::Item* old = Find(key)) Remove(*old);
+    item.keyAt += static_cast<uint32_t>(payload.size());
+    payload += bytes;
+    items.push_back(item);
+}
+
+void XPCDictionary::SetDescriptor(const char* key, int descriptor) {
+    Descriptor copy(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    if (!copy) return;
+    Set(wire::Type::Descriptor, key, "", 0);
+    descriptors.push_back(std::move(copy));
+}
+
+// Takes an item out of the payload; the items behind it move down.
+void XPCDictionary::Remove(const wire::Item& item) {
+    const auto index = &item - items.data();
+    if (item.type == wire::Type::Descriptor) {
+        const auto before = std::count_if(items.begin(), items.begin() + index,
+                                          [](const wire::Item& i) { return i.type == wire::Type::Descriptor; });
+        descriptors.erase(descriptors.begin() + before);
+    }
+    const auto begin = static_cast<uint32_t>(item.keyAt - sizeof(wire::ItemHeader));
+    const uint32_t length = item.valueAt() + item.valueLength - begin;
+    payload.erase(begin, length);
+    items.erase(items.begin() + index);
+    for (auto i = items.begin() + index; i != items.end(); ++i) i->keyAt -= length;
+}
+
+// From the end, so that of two items with one key in a received message the later one counts.
+const wire::Item* XPCDictionary::Find(const char* key) const {
+    const std::string_view name = std::string_view(key).substr(0, wire::kMaxKey);
+    for (auto item = items.rbegin(); item != items.rend(); ++item)
+        if (item->keyLength == name.size() && std::memcmp(payload.data() + item->keyAt, name.data(), name.size()) == 0)
+            return &*item;
+    return nullptr;
+}
+
+const char* XPCDictionary::Value(const char* key, wire::Type valueType, uint32_t* length) const {
+    const wire::Item* item = Find(key);
+    if (!item || item->type != valueType) return nullptr;
+    if (length) *length = item->valueLength;
+    return payload.data() + item->valueAt();
+}
+
+int XPCDictionary::DupDescriptor(const char* key) const {
+    const wire::Item* item = Find(key);
+    if (!item || item->type != wire::Type::Descriptor) return -1;
+    size_t index = 0;
+    for (const wire::Item* i = items.data(); i != item; i++) index += i->type == wire::Type::Descriptor;
+    return fcntl(descriptors[index].Get(), F_DUPFD_CLOEXEC, 0);
+}
+
+bool XPCDictionary::IsSendable() const {
+    return payload.size() <= wire::kMaxPayload && items.size() <= wire::kMaxItems &&
+           descriptors.size() <= wire::kMaxDescriptors;
+}
+
+}  // namespace platform

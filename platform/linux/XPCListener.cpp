@@ -1,0 +1,66 @@
+#include "XPCListener.h"
+
+#include "ExitGate.h"
+#include "MainQueue.h"
+#include "XPCConnection.h"
+
+#include <cerrno>
+#include <cstdio>
+
+namespace platform {
+
+namespace {
+constexpr int kAcceptsPerEvent = 64;  // other main-queue work comes in between
+}  // namespace
+
+XPCListener::XPCListener(ServiceSocket bound) : xpc_object_s(XPC_TYPE_CONNECTION, false), service(std::move(bound)) {}
+
+XPCRef<XPCListener> XPCListener::Create(const std::string& serviceName) {
+    ServiceSocket bound = BindService(serviceName);
+    if (!bound.socket) return {};
+    return XPCRef<XPCListener>::Adopt(new XPCListener(std::move(bound)));
+}
+
+void XPCListener::Resume() {
+    if (resumed) return;
+    resumed = true;
+    references.fetch_add(1, std::memory_order_relaxed);  // the registration's
+    if (!MainQueue::Shared().Events().Add(service.socket.Get(), EPOLLIN, *this)) std::perror("listening");
+}
+
+// On the main thread, which therefore doesn't wait on its set: no event of the socket is on its way.
+void XPCListener::Cancel() {
+    handler = nullptr;
+    if (!service.socket) return;
+    MainQueue::Shared().Events().Remove(service.socket.Get());
+    service = {};
+    if (resumed) xpc_release(this);
+}
+
+void XPCListener::OnReady(uint32_t) {
+    const auto self = XPCRef<XPCListener>::Retain(this);  // the handler may cancel
+    for (int i = 0; i < kAcceptsPerEvent; i++) {
+        if (AcceptOne()) continue;
+        if (AcceptPause::IsNeeded(errno)) return pause.Then([self] { self->Arm(); });
+        break;
+    }
+    Arm();
+}
+
+void XPCListener::Arm() {
+    if (service.socket) MainQueue::Shared().Events().Arm(service.socket.Get(), EPOLLIN, *this);
+}
+
+// False with errno when nobody more can be accepted now. A peer that is gone again, or that was turned away, is nobody.
+bool XPCListener::AcceptOne() {
+    pid_t pid = 0;
+    Descriptor socket = AcceptPeer(service.socket.Get(), pid);
+    if (!socket) return errno == ECONNABORTED || errno == EINTR || errno == EPROTO;
+    auto peer = XPCConnection::Peer(std::move(socket), pid);
+    ExitGatePassage passage;
+    if (const xpc_handler_t running = handler) running(peer.get());
+    if (peer->references.load(std::memory_order_acquire) == 1) peer->Cancel();  // refused
+    return true;
+}
+
+}  // namespace platform
