@@ -1,0 +1,62 @@
+// LFile: the library's file operations, static members only. Its members are grouped by subject, one source file each.
+//
+// Paths are UTF-8. Both "/" and "\" separate when a path is read, although Linux allows "\" in a name; "/" is written.
+// Every `dst` is a buffer of 260 bytes (LTextBufferSize): results hold at most 259 bytes, are cut silently and always
+// terminated. A `dst` may be the same buffer as an argument. Null texts count as "". Any thread.
+#pragma once
+
+class LFile {
+public:
+    LFile() = delete;
+
+    // Paths (LFilePath.cpp): texts only, but for the file system's answers where a comment says so.
+
+    // folder (at most 258 bytes of it), a "/" unless it is empty or ends with a separator, name, ext.
+    static void _MakeFilePath(char* dst, const char* folder, const char* name, const char* ext);
+    // Up to, not including, the last separator; "/" if that is the first character of an absolute path; "" without one.
+    static void _GetFolderFromPath(char* dst, const char* path);
+    // Up to, not including, the first separator at index 2 or later ("/Volumes" of "/Volumes/Disk/a", "C:" of "C:\a");
+    // the whole path without one.
+    static void _GetBaseFolderFromPath(char* dst, const char* path);
+    // What follows the last separator. A component that fills the buffer ends the search.
+    static void _GetFileFromPath(char* dst, const char* path);
+    // From the last component's last point on; "" without one. Here a leading point counts: ".profile" of ".profile".
+    static void _GetFileExtensionFromPath(char* dst, const char* path);
+    // The last component up to its last point. A leading point starts no extension: ".profile" of ".profile".
+    static void _GetFileNameFromPath(char* dst, const char* path);
+    // Replaces the extension or adds it. Only a point at the start of the whole path starts no extension: ".profile"
+    // gets
+    // ".profile.lck", "/tmp/.profile" becomes "/tmp/.lck".
+    static void _ApplyNewFileExtension(char* dst, const char* path, const char* ext);
+
+    // The mount point of the volume that holds an existing path. Else by the text: "C:\" for one that begins with the
+    // letters and digits "C", "/" for an absolute one, "" for any other.
+    static void GetHumanReadableDriveFromPath(char* dst, const char* path);
+
+    // `path` as seen from `folder`, with "../" steps (in the separator that the two share); as it is when the two share
+    // nothing. False, and an empty result, when it would have more than 260 bytes.
+    static bool GetRelativePathFromAbsolutePath(char* dst, const char* folder, const char* path);
+    // `relPath` + `ext` as seen from `folder`; alone when it begins with a separator or has a colon in its first
+    // component. Leading "./" are dropped, leading "../" take a component off the folder. Folders of two bytes lose
+    // none and swallow the step, shorter ones leave it in the result.
+    static void MakeAbsoluteFilePath(char* dst, const char* folder, const char* relPath, const char* ext);
+    // `target` as seen from `base` with "../" steps; `target` itself for an empty base. Looks at "/" only. Always true.
+    static bool MakeRelativeFolder(char* dst, const char* base, const char* target);
+    static bool MakeRelativeFilePath(char* dst, const char* base, const char* target);
+    // The first of folder/name+ext, folder/name_0+ext, folder/name_1+ext … that doesn't exist. The last one tried,
+    // which exists, when the numbers fall victim to the cut at 259 bytes.
+    static void MakeUniqueOrderedFilePath(char* dst, const char* folder, const char* name, const char* ext);
+
+    // Whether a name is not empty and holds none of the characters that some file system refuses: 0x01 to 0x1F and
+    // : * ? " < > | \ /
+    static bool IsFileValid(const char* name);
+    // Leave those characters out, PreprocessPath all but the separators. Note the order of the arguments. True when
+    // something is left, for a path something besides blanks.
+    static bool PreprocessName(const char* src, char* dst);
+    static bool PreprocessPath(const char* src, char* dst);
+    // Puts a back slash before every double quote and back quote; ends before a pair that doesn't fit whole.
+    static void EscapeFilePath(const char* src, char* dst);
+
+    static char* GetCurrentDirectory(char* buf);       // null when it has more than 259 bytes or can't be told
+    static int SetCurrentDirectory(const char* path);  // chdir's result
+};
