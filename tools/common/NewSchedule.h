@@ -1,0 +1,31 @@
+// NewSchedule: a schedule as the main application thinks of it, and how people write one.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace tools {
+
+struct NewSchedule {
+    std::string name;
+    time_t start = 0;  // when the schedule's work begins; the helper starts the application ten seconds earlier
+    bool daily = false;
+    bool weekly = false;
+    uint8_t weekdays = 0;  // bit n = weekday n, 0 = Sunday
+};
+
+// The words of a command line.
+struct ScheduleWords {
+    std::string name;
+    std::string at;
+    bool daily = false;
+    std::optional<std::string> weekly;  // the days; nothing: not weekly
+};
+
+// What the words say. Nothing, with `fault` as a sentence for people, when they name no schedule, or one that would
+// never start: a one-time start within the next ten seconds.
+std::optional<NewSchedule> ParseSchedule(const ScheduleWords& words, time_t now, std::string& fault);
+
+}  // namespace tools

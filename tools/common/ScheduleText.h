@@ -1,0 +1,34 @@
+// What people write for a schedule's start, its weekdays and its name. Pure functions: `now` is handed in; the local
+// time zone is the process's (TZ). Any thread.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tools {
+
+// The moment that `text` names, in seconds since 1970-01-01 00:00:00 UTC; none when it names none. Forms:
+//   2026-11-30T21:05[:30], with a blank for the T too, local time; with Z or +hh:mm or -hh:mm behind it, of that offset
+//   21:05[:30]    the next such local time after `now`
+//   +90s +15min +2h    from `now`
+// A local time that a change of clocks leaves out is none; of one that comes twice, the first after `now` (with a date:
+// the first) is meant.
+std::optional<time_t> ParseStartTime(std::string_view text, time_t now);
+
+// "mon,wed" in any case and order: bit n stands for weekday n, 0 = Sunday. None for an unknown day or no day at all.
+std::optional<uint8_t> ParseWeekdays(std::string_view text);
+
+// The reverse of ParseWeekdays, from Monday on; "" for no day.
+std::string WeekdayText(uint8_t mask);
+
+// "2026-11-30 21:05:30", local time.
+std::string LocalTimeText(time_t moment);
+
+// Why `name` can't be a schedule's name, as a sentence for people; "" when it can. Names are UTF-8 of 1 to 259 bytes: a
+// longer one would be cut, and one that isn't UTF-8 is not stored.
+std::string NameFault(std::string_view name);
+
+}  // namespace tools

@@ -1,0 +1,26 @@
+// HelperStarter: a connection to the helper, which is started first when none serves. Main thread only.
+#pragma once
+
+#include "common/HelperClient.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace tools {
+
+class HelperStarter {
+public:
+    // `bundle`: the helper's bundle, started where no systemd user unit is installed for it.
+    explicit HelperStarter(std::string bundle);
+
+    // Null when no helper answers within `timeoutMs`. What is done about it is said on standard output.
+    std::unique_ptr<HelperClient> Connect(uint32_t timeoutMs) const;
+
+private:
+    bool Start() const;
+
+    std::string helperBundle;
+};
+
+}  // namespace tools
