@@ -86,7 +86,8 @@ protected:
         client.SendMessage(name, id, &item, 1, withReply);
     }
 
-    // Callbacks on other threads read the pointer while the destructor waits for them, so it is cleared only afterwards.
+    // Callbacks on other threads read the pointer while the destructor waits for them, so it is cleared only
+    // afterwards.
     void DestroyServer() {
         delete server.get();
         static_cast<void>(server.release());
