@@ -9,8 +9,8 @@ constexpr int64_t kSecond = 1'000'000'000;
 constexpr uint64_t kStartNs = 1'000 * uint64_t{kSecond};  // as if the machine had been up for a while
 }  // namespace
 
-VirtualClock::VirtualClock(time_t wallSeconds)
-    : bootNs(kStartNs), wallOffsetNs(wallSeconds * kSecond - static_cast<int64_t>(kStartNs)) {
+VirtualClock::VirtualClock(time_t wallSeconds) : bootNs(kStartNs), wallOffsetNs(0) {
+    SetWall(wallSeconds);
     SetClock(this);
 }
 
@@ -20,6 +20,10 @@ VirtualClock::~VirtualClock() {
 
 time_t VirtualClock::WallSeconds() {
     return (static_cast<int64_t>(bootNs) + wallOffsetNs) / kSecond;
+}
+
+void VirtualClock::SetWall(time_t wallSeconds, uint32_t nanoseconds) {
+    wallOffsetNs = wallSeconds * kSecond + nanoseconds - static_cast<int64_t>(bootNs);
 }
 
 void VirtualClock::Advance(int64_t seconds) {

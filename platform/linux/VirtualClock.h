@@ -18,6 +18,8 @@ public:
     void Advance(int64_t seconds);
     // The machine sleeps for `seconds`: what came due meanwhile runs afterwards.
     void Sleep(int64_t seconds);
+    // Somebody sets the calendar's clock; the other two go on as if nothing had happened.
+    void SetWall(time_t wallSeconds, uint32_t nanoseconds = 0);
 
     uint64_t BootNs() override { return bootNs; }
     uint64_t MonotonicNs() override { return bootNs; }

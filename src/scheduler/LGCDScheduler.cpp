@@ -1,5 +1,6 @@
 #include "scheduler/LGCDScheduler.h"
 
+#include <ctime>
 #include <limits>
 #include <string_view>
 
@@ -37,6 +38,12 @@ NSString NameFrom(const char* text) {
 
 NSUserDefaults& Defaults() {
     return NSUserDefaults::standardUserDefaults();
+}
+
+// Local fields are those of the zone that the machine is in now: localtime_r by itself keeps the one of its first use,
+// and a weekly schedule of a traveller could come a day late.
+void FollowZone() {
+    ::tzset();
 }
 
 int64_t Nanoseconds(long seconds) {
@@ -98,6 +105,7 @@ void LGCDScheduler::Add(const char* appBundleId, const char* appPath, const char
     schedule.setValueForKey(NSNumber::numberWithBool(weekly), Keys().isWeekly);
     schedule.setValueForKey(NSNumber::numberWithUnsignedInt(weekDays.Mask()), Keys().weekDayMask);
 
+    FollowZone();
     LMutexLock lock(operations);
     // As a deletion and an addition, but with one write: a crash between two would lose a schedule that is only
     // replaced. So a replaced one goes to the end of the list, too.
@@ -170,6 +178,7 @@ void LGCDScheduler::_LoadFromSettings() {
     if (!stored) return;
     keys.addObjectsFromArray(stored);
     LoadState state;
+    FollowZone();
     for (const NSObject& key : stored) _LoadTimer(key, state);
     if (state.bStoreChanged) Defaults().synchronize();
 }

@@ -120,14 +120,33 @@ TEST_F(LGCDSchedulerTest, HasTimersUntilTheLastOnceHasFired) {
     EXPECT_EQ(FiresAfter("beyond all calendars", 100 * 365 * kDay), 0u);
 }
 
-TEST_F(LGCDSchedulerTest, RepeatsDriftWithDaylightSavingUntilReload) {
-    const TimeZone berlin("CET-1CEST,M3.5.0,M10.5.0/3");
-    scheduler.Add(kApp, app.c_str(), "daily", LDateTime(8 * kHour), true, false, kNoDay);  // 09:00 in winter
-    clock.Advance(200 * kDay);                                                             // into June
-    EXPECT_EQ(scheduler.fires.begin()->second.back() % kDay, 8 * kHour);                   // 10:00 in summer
+// The machine has moved east since the helper started. There it is Thursday 00:00, and Thursday 00:30 is meant.
+TEST_F(LGCDSchedulerTest, PlansInTheZoneThatTheMachineIsInNow) {
+    scheduler.Add(kApp, app.c_str(), "before", LDateTime(kNow + kHour), false, true, LWeekDay{0x08});
+    ::setenv("TZ", "EAST-14", 1);
+    const LDateTime start(kNow + kHour / 2);
+    scheduler.Add(kApp, app.c_str(), "after", start, false, true, LWeekDay{0x10});
+    clock.Advance(kHour / 2);
+    EXPECT_EQ(scheduler.fires[kApp + app + "after"], std::vector<long>{start.Seconds()});
+    ::setenv("TZ", "WEST10", 1);  // still Wednesday 00:30
     scheduler.LoadFromSettings();
-    clock.Advance(2 * kDay);
-    EXPECT_EQ(scheduler.fires.begin()->second.back() % kDay, 7 * kHour);
+    clock.Advance(7 * kDay);
+    EXPECT_EQ(scheduler.fires[kApp + app + "before"], std::vector<long>{kNow + kHour});
+    EXPECT_EQ(scheduler.fires[kApp + app + "after"], (std::vector<long>{start.Seconds(), start.Seconds() + kDay}));
+}
+
+// Schedules count whole seconds; the rest of the second in which one was added comes on top.
+TEST_F(LGCDSchedulerTest, StartsWithinItsSecondHoweverFarTheClockIsInOne) {
+    for (const uint32_t passedNs : {0u, 1u, 999'999'999u}) {
+        clock.SetWall(kNow, passedNs);
+        AddOnce("once");
+        uint64_t firedNs = 0;
+        scheduler.onStart = [&] { firedNs = clock.BootNs(); };
+        const uint64_t addedNs = clock.BootNs();
+        clock.Advance(61);
+        EXPECT_EQ(scheduler.fires[kApp + app + "once"].back(), kNow + 60) << passedNs;
+        EXPECT_EQ(firedNs - addedNs, 60'000'000'000u);
+    }
 }
 
 TEST_F(LGCDSchedulerTest, StoredForm) {
