@@ -266,7 +266,7 @@ TEST_F(LXPCEndpointTest, TheServerMayBeDestroyedInItsOwnCallback) {
     serverSink.onMessage = [this](long, long, const LList<LXPCDataListable>&) { DestroyServer(); };
     ASSERT_TRUE(client.Connect(kService, 1, true));
     Ask(kService, 1, 1);
-    PumpUntil([&] { return clientSink.interrupted > 0; }, "the end");
+    PumpUntil([&] { return serverSink.messages == 1 && clientSink.interrupted > 0; }, "the end");
     EXPECT_EQ(clientSink.replies, 0);
     EXPECT_GE(clientSink.interrupted, 1);
 }
