@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/signalfd.h>
 
 namespace platform {
@@ -91,6 +92,19 @@ private:
     AcceptPause pause;
 };
 
+// A closed one would become the number of a socket or of the store, and what is meant for people would be written
+// there.
+void OpenStandardDescriptors() {
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(number, F_GETFD) < 0) open("/dev/null", O_RDWR);  // takes the lowest number that is free
+}
+
+// What goes wrong while writing is the writer's to see: a line for a terminal that has gone must not end the process,
+// and schedules with it.
+void IgnoreSignalsOfWriting() {
+    for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
+}
+
 int Refuse(const char* what) {
     std::fprintf(stderr, "%s: %s\n", MainBundleUserDefaultsPath().c_str(), what);
     return EXIT_FAILURE;
@@ -105,6 +119,8 @@ NSApplicationDelegateClass::NSApplicationDelegateClass(std::function<std::unique
 
 int NSApplicationMain(int, char**) {
     using namespace platform;
+    OpenStandardDescriptors();
+    IgnoreSignalsOfWriting();
     const sigset_t signals = SignalWatcher::Block();
     // Immortal all: the process ends by exit on another thread while this one waits for events.
     static SingleInstance& instance = *new SingleInstance(MainBundleUserDefaultsPath());

@@ -4,6 +4,7 @@
 #include <AppKit/AppKit.h>
 #include <bsd/LMutex.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <fcntl.h>
 #include <map>
 #include <optional>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,6 +20,9 @@
 namespace platform {
 
 namespace {
+
+constexpr uint32_t kRetryMs = 100;
+constexpr uint32_t kPatienceMs = 5'000;  // half of the time by which schedules are ahead
 
 // One bundle, by device and inode: the same one may be named by many paths.
 using BundleIdentity = std::pair<dev_t, ino_t>;
@@ -77,7 +82,7 @@ int Spawn(const std::string& executable, pid_t& pid) {
     SpawnSettings settings;
     sigset_t none, all;
     sigemptyset(&none);
-    sigfillset(&all);
+    std::memset(&all, 0xFF, sizeof all);  // sigfillset spares the C library's own two, which the program would ignore
     posix_spawnattr_setsigmask(&settings.attributes, &none);
     posix_spawnattr_setsigdefault(&settings.attributes, &all);
     posix_spawnattr_setflags(&settings.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
@@ -90,15 +95,23 @@ int Spawn(const std::string& executable, pid_t& pid) {
     return ::posix_spawn(&pid, executable.c_str(), &settings.actions, &settings.attributes, arguments, environ);
 }
 
+// What may be over in a moment: the program file is being written by an update, or the system is short of something.
+bool IsPassing(int error) {
+    return error == ETXTBSY || error == EAGAIN || error == ENOMEM || error == EMFILE || error == ENFILE;
+}
+
 std::shared_ptr<ChildProcess> Start(const std::string& bundle) {
-    const auto executable = ExecutableOfBundle(bundle);
-    pid_t pid = 0;
-    const int error = executable ? Spawn(*executable, pid) : ENOENT;
-    if (error != 0) {
-        fprintf(stderr, "%s cannot be launched: %s\n", bundle.c_str(), strerror(error));
-        return nullptr;
+    for (uint32_t waitedMs = 0;; waitedMs += kRetryMs) {
+        const auto executable = ExecutableOfBundle(bundle);
+        pid_t pid = 0;
+        const int error = executable ? Spawn(*executable, pid) : ENOENT;
+        if (error == 0) return ChildProcess::Watch(pid);
+        const bool again = IsPassing(error) && waitedMs < kPatienceMs;
+        if (!again || waitedMs == 0)
+            fprintf(stderr, "%s cannot be launched%s: %s\n", bundle.c_str(), again ? " yet" : "", strerror(error));
+        if (!again) return nullptr;
+        ::poll(nullptr, 0, kRetryMs);
     }
-    return ChildProcess::Watch(pid);
 }
 
 }  // namespace

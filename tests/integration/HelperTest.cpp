@@ -15,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -201,6 +202,26 @@ TEST_F(HelperTest, EndsWellBySignalWhileItServesNobody) {
         EXPECT_EQ(helper.AwaitEnd(), 0) << helper.Output();
     }
     EXPECT_EQ(home.Stored(), std::vector<StoredSchedule>{later});
+}
+
+// Whoever started it may have closed its standard descriptors, or stop reading what it says; here a line about the
+// store has no reader any more.
+TEST_F(HelperTest, LivesOnWhereNobodyListens) {
+    for (const char* descriptors : {"<&- >&- 2>&-", "3<>\"$HOME/pipe\" 2>\"$HOME/pipe\" 3>&-"}) {
+        std::ofstream(home.StorePath()) << "damaged";
+        const std::string line = "rm -f \"$HOME/pipe\"; mkfifo \"$HOME/pipe\"; exec '" + Home::HelperProgram() + "' ";
+        Program helper({"/bin/sh", "-c", line + descriptors}, home.Environment());
+        ASSERT_TRUE(home.AwaitHelper()) << helper.Output();
+        Program second(Helper(), home.Environment());
+        ASSERT_EQ(second.AwaitEnd(), 0) << "it is there to answer";
+        for (const char* number : {"0", "1", "2"}) {
+            const auto target =
+                std::filesystem::read_symlink("/proc/" + std::to_string(helper.Pid()) + "/fd/" + number).string();
+            EXPECT_TRUE(target == "/dev/null" || target.starts_with("pipe:") || target.ends_with("/pipe")) << target;
+        }
+        helper.Signal(SIGTERM);
+        EXPECT_EQ(helper.AwaitEnd(), 0);
+    }
 }
 
 TEST_F(HelperTest, PeersThatComeAndGoLeaveNothingBehind) {

@@ -1,13 +1,18 @@
+#include "ChildProcess.h"
 #include "NSRunningApplication.h"
 #include "support/ProbeApplication.h"
 
 #include <AppKit/AppKit.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -23,11 +28,25 @@ std::vector<NSRunningApplication> Running(const char* identifier = kIdentifier) 
     return NSRunningApplication::runningApplicationsWithBundleIdentifier(NSString(identifier));
 }
 
+// Whether no process is left that this one has started, ended or not.
+bool HasNoChild() {
+    siginfo_t info;
+    return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) < 0 && errno == ECHILD;
+}
+
 }  // namespace
 
-// Whatever state the launching thread is in, the application starts with a clean one.
+// Whatever state the launching thread is in, the application starts with a clean one, and otherwise as any program does
+// that this process starts.
 TEST(Launch, StartsClean) {
     ProbeApplication probe(kIdentifier);
+    std::string program = probe.Program();
+    char* const arguments[] = {program.data(), nullptr};
+    pid_t plain = 0;
+    ASSERT_EQ(::posix_spawn(&plain, program.c_str(), nullptr, nullptr, arguments, environ), 0);
+    platform::ChildProcess::Watch(plain);
+    auto expected = probe.Report();
+
     const int stray = ::open("/dev/null", O_RDONLY);  // a library's, not close-on-exec
     struct sigaction ignore {
     }, before{};
@@ -45,13 +64,16 @@ TEST(Launch, StartsClean) {
 
     const auto report = probe.Report();
     EXPECT_EQ(report.at("session"), report.at("pid"));
+    EXPECT_EQ(report.at("group"), report.at("pid"));
     EXPECT_EQ(report.at("arguments"), "1");
     EXPECT_EQ(report.at("folder"), "/");
     EXPECT_EQ(report.at("input"), "/dev/null");
     EXPECT_EQ(std::string(report.at("descriptors")).find_first_not_of("0 12"), std::string::npos);
-    EXPECT_EQ(report.at("SigBlk"), std::string(16, '0'));
-    // 32 and 33 are the C library's own, which it ignores on the way and handles itself when it needs them.
-    EXPECT_EQ(std::stoul(report.at("SigIgn"), nullptr, 16) & ~(3ul << 31), 0u);
+    for (const char* name : {"SigPnd", "ShdPnd", "SigBlk", "SigIgn", "SigCgt"})
+        EXPECT_EQ(report.at(name), std::string(16, '0')) << name;
+    for (const char* name : {"environ", "limits", "oom_score_adj", "timerslack_ns", "priority", "scheduler",
+                             "mask of files", "NoNewPrivs"})
+        EXPECT_EQ(report.at(name), expected[name]) << name;
 }
 
 TEST(Launch, IsReapedAndCanBeLaunchedAgain) {
@@ -77,18 +99,69 @@ TEST(Launch, ManyAtOnceStartOne) {
 
 TEST(Launch, FailsForWhatIsNoApplication) {
     ProbeApplication probe(kIdentifier);
-    const std::string info = "Probe.app/Contents/Info.plist";
     EXPECT_FALSE(LaunchBundle(probe.Folder().Join("none.app")));
     EXPECT_FALSE(NSWorkspace::sharedWorkspace().launchApplication(NSString()));
     for (const char* executable : {"../Linux/probe", "/bin/true", "", "missing", "."}) {
-        probe.Folder().Write(info, "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>" +
-                                       std::string(executable) + "</string></dict></plist>");
+        probe.Folder().Write("Probe.app/Contents/Info.plist",
+                             "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>" +
+                                 std::string(executable) + "</string></dict></plist>");
         EXPECT_FALSE(LaunchBundle(probe.Bundle())) << executable;
     }
-    probe.Folder().Write("Probe.app/Contents/Linux/data", "no program");
-    probe.Folder().Write(
-        info, "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>data</string></dict></plist>");
-    EXPECT_FALSE(LaunchBundle(probe.Bundle()));
+    EXPECT_TRUE(HasNoChild());
+}
+
+// What the caller sees of programs that can't run, or don't for long. None of them keeps another launch waiting, and
+// each may be launched again.
+TEST(Launch, TellsWhetherTheProgramBegan) {
+    const struct {
+        const char* what;
+        std::string program;
+        mode_t mode;
+        bool begins;
+    } rows[] = {
+        {"not executable", "#!/bin/sh\n", 0644, false},
+        {"no known format",
+         "\x7F"
+         "ELF",
+         0755, false},
+        {"its interpreter is missing", "#!/no/such/interpreter\n", 0755, false},
+        {"ends at once", "#!/bin/true\n", 0755, true},
+        {"fails at once", "#!/bin/false\n", 0755, true},
+        {"dies at once", "#!/bin/sh\nkill -KILL $$\n", 0755, true},
+        {"hangs", "#!/bin/sh\nkill -STOP $$\n", 0755, true},
+    };
+    for (const auto& row : rows) {
+        ProbeApplication probe(kIdentifier), other(kIdentifier);
+        std::filesystem::remove(probe.Program());
+        probe.Folder().Write("Probe.app/Contents/Linux/probe", row.program);
+        ::chmod(probe.Program().c_str(), row.mode);
+        for (int times = 0; times < 2; times++) EXPECT_EQ(LaunchBundle(probe.Bundle()), row.begins) << row.what;
+        EXPECT_TRUE(LaunchBundle(other.Bundle())) << row.what;
+        other.End(std::stoi(other.Report()["pid"]));
+        for (const auto& running : Running()) ::kill(running.processIdentifier(), SIGKILL);
+        while (!HasNoChild()) std::this_thread::yield();
+    }
+}
+
+// An update that is just being written: the launch waits for it, and says so.
+TEST(Launch, WaitsForAProgramThatIsBeingWritten) {
+    ProbeApplication probe(kIdentifier);
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    const int standardError = ::dup(STDERR_FILENO);
+    const int writing = ::open(probe.Program().c_str(), O_WRONLY | O_CLOEXEC);
+    ::dup2(ends[1], STDERR_FILENO);
+    std::thread update([&] {
+        char line[200];
+        EXPECT_GT(::read(ends[0], line, sizeof line), 0);
+        ::close(writing);
+    });
+    const bool launched = LaunchBundle(probe.Bundle());
+    ::dup2(standardError, STDERR_FILENO);
+    update.join();
+    for (const int descriptor : {ends[0], ends[1], standardError}) ::close(descriptor);
+    ASSERT_TRUE(launched);
+    probe.Report();
 }
 
 TEST(RunningApplications, FindsTheProgramOfTheBundleOnly) {

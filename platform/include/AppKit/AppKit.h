@@ -25,7 +25,8 @@ public:
     explicit NSApplicationDelegateClass(std::function<std::unique_ptr<NSApplicationDelegate>()> make);
 };
 
-// Runs the application: takes the single-instance lock beside the defaults file of the main bundle, calls
+// Runs the application: opens the null device for standard descriptors that are closed, ignores SIGPIPE and SIGXFSZ
+// (writing fails instead), takes the single-instance lock beside the defaults file of the main bundle, calls
 // applicationDidFinishLaunching, then serves the main queue and reopen requests. SIGTERM and SIGINT end the process
 // with status 0, in dispatch_main too: the exit gate, applicationWillTerminate, exit. Returns only in a second
 // instance: 0 when the running one acknowledged the reopen request, 1 (with a line on standard error) when it did not
@@ -58,8 +59,10 @@ public:
 
     // Starts the bundle's executable in a session of its own, with default signals, "/" as working folder and standard
     // input from the null device; standard output and error are this process's, no other descriptor is passed on.
-    // Returns when it has become its program, or failed to (a line on standard error). Launches of one bundle are
-    // serialised: a call that finds one on its way shares its outcome, one that finds an earlier one's process running
-    // starts none.
+    // Environment, limits and the like are inherited.
+    // Returns when it has become its program, or failed to (a line on standard error); a failure that may pass, as
+    // while the program file is being written, is tried again for 5 s. What the program does afterwards is its own
+    // matter: it is reaped when it ends. Launches of one bundle are serialised: a call that finds one on its way shares
+    // its outcome, one that finds an earlier one's process running starts none.
     bool launchApplication(const NSString& path);
 };
