@@ -1,10 +1,10 @@
 // The helper as a whole process, with Quillo and schedulectl as its users. One user's helper and Quillo see every other
 // Quillo of that user: run nothing else of this system beside these tests.
 #include "Descriptor.h"
-#include "Home.h"
 
 #include "app/LScheduleHelperKeys.h"
 #include "common/HelperClient.h"
+#include "home/Home.h"
 
 #include <AppKit/AppKit.h>
 #include <gtest/gtest.h>

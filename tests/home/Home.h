@@ -3,39 +3,12 @@
 #pragma once
 
 #include "common/ScheduleStore.h"
+#include "home/Program.h"
 #include "support/TempFolder.h"
 
 #include <map>
 #include <string>
-#include <sys/types.h>
 #include <vector>
-
-// A program that the test started, with what it writes. Everything that it starts in turn writes there too.
-class Program {
-public:
-    Program(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment);
-    ~Program();  // kills it where it still runs
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    // Reads on until `text` has come so many times; false when it hasn't within 15 s, or nobody is left to write it.
-    bool AwaitOutput(const std::string& text, size_t times = 1);
-    // Everything read up to now.
-    const std::string& Output() const { return output; }
-    pid_t Pid() const { return pid; }
-    void Signal(int number) const;
-    // The exit status; 1000 + the signal's number when one ended it; -1 when it still runs after 15 s.
-    int AwaitEnd();
-
-private:
-    bool ReadMore(int timeoutMs);
-
-    pid_t pid = -1;
-    int outputPipe = -1;
-    std::string output;
-};
-
-size_t CountOf(const std::string& text, const std::string& part);
 
 class Home {
 public:
@@ -51,7 +24,7 @@ public:
 
     const std::map<std::string, std::string>& Environment() const { return environment; }
     std::string StorePath() const { return folder.Join("config/com.tarnwick.schedulehelper.plist"); }
-    // The schedules that the store holds; a failure of the test when it can't be read.
+    // The schedules that the store holds; throws when it can't be read.
     std::vector<tools::StoredSchedule> Stored() const;
     // Writes a store as the helper would find it. Not while a helper runs.
     void WriteStore(const std::vector<tools::StoredSchedule>& schedules) const;
