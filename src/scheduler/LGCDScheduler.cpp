@@ -41,7 +41,8 @@ NSUserDefaults& Defaults() {
 }
 
 // Local fields are those of the zone that the machine is in now: localtime_r by itself keeps the one of its first use,
-// and a weekly schedule of a traveller could come a day late.
+// and a weekly schedule of a traveller could come a day late. Under the lock for operations: the C library guards its
+// zone by a lock that race detectors don't see.
 void FollowZone() {
     ::tzset();
 }
@@ -105,8 +106,8 @@ void LGCDScheduler::Add(const char* appBundleId, const char* appPath, const char
     schedule.setValueForKey(NSNumber::numberWithBool(weekly), Keys().isWeekly);
     schedule.setValueForKey(NSNumber::numberWithUnsignedInt(weekDays.Mask()), Keys().weekDayMask);
 
-    FollowZone();
     LMutexLock lock(operations);
+    FollowZone();
     // As a deletion and an addition, but with one write: a crash between two would lose a schedule that is only
     // replaced. So a replaced one goes to the end of the list, too.
     keys.removeObject(key);
