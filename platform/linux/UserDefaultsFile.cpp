@@ -22,18 +22,18 @@ std::string FolderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// EINVAL: the file system has no such thing; then it keeps names safe by itself or cannot at all.
 bool SyncFolder(FileCalls& calls, const std::string& folder) {
     const FileCallsDescriptor opened(
         calls, Uninterrupted([&] { return calls.Open(folder.c_str(), O_RDONLY | O_DIRECTORY, 0); }));
-    return opened && Uninterrupted([&] { return calls.Sync(opened.Get()); }) == 0;
+    return opened && (Uninterrupted([&] { return calls.Sync(opened.Get()); }) == 0 || errno == EINVAL);
 }
 
-// Makes a folder and those above it that are missing, each one's name safe on disk before anything is put into it.
+// Makes a folder and those above it that are missing.
 bool MakeFolderTree(FileCalls& calls, const std::string& folder) {
-    if (calls.MakeFolder(folder.c_str(), 0700) == 0) return SyncFolder(calls, FolderOf(folder));
-    if (errno == EEXIST) return true;
+    if (calls.MakeFolder(folder.c_str(), 0700) == 0 || errno == EEXIST) return true;
     if (errno != ENOENT || folder == FolderOf(folder) || !MakeFolderTree(calls, FolderOf(folder))) return false;
-    return calls.MakeFolder(folder.c_str(), 0700) == 0 && SyncFolder(calls, FolderOf(folder));
+    return calls.MakeFolder(folder.c_str(), 0700) == 0;
 }
 
 bool IsFileName(const std::string& name) {
@@ -64,6 +64,7 @@ UserDefaultsFile::Reading UserDefaultsFile::Read(NSDictionary& content) {
         return Reading::Failed;
     }
     if (error == 0) {
+        nameIsSafe = false;
         if (auto parsed = ParsePropertyList(bytes)) {
             content = *parsed;
             return Reading::Done;
@@ -93,18 +94,37 @@ bool UserDefaultsFile::Replace(const std::vector<NSPayload<std::string>>& parts)
         return false;
     }
     const std::string newPath = path + ".new";
-    const std::string folder = FolderOf(path);
-    if (!WriteNew(newPath, parts) || calls.Rename(newPath.c_str(), path.c_str()) != 0) {
+    if (!WriteNew(newPath, parts) || !MakeFoldersSafe() || calls.Rename(newPath.c_str(), path.c_str()) != 0) {
         const int error = errno;
         calls.Unlink(newPath.c_str());
         Report("cannot be written", error);
         return false;
     }
-    if (!SyncFolder(calls, folder)) {
-        Report("is written, but perhaps not safe from a power failure", errno);
-        return false;
-    }
+    nameIsSafe = false;
+    if (!MakeSafe()) return false;
     reported = 0;
+    return true;
+}
+
+bool UserDefaultsFile::MakeSafe() {
+    if (nameIsSafe) return true;
+    nameIsSafe = SyncFolder(calls, FolderOf(path));
+    if (!nameIsSafe) Report("is written, but perhaps not safe from a power failure", errno);
+    return nameIsSafe;
+}
+
+// Before the first rename, so that a store which is there lies in folders that are safe. A folder of others that may
+// not be opened is not ours to make safe.
+bool UserDefaultsFile::MakeFoldersSafe() {
+    std::string folder = FolderOf(path);
+    while (!foldersAreSafe) {
+        const std::string above = FolderOf(folder);
+        if (above == folder)
+            foldersAreSafe = true;
+        else if (!SyncFolder(calls, above) && errno != EACCES)
+            return false;
+        folder = above;
+    }
     return true;
 }
 
@@ -130,8 +150,9 @@ int UserDefaultsFile::OpenNew(const std::string& newPath) {
     if (descriptor >= 0) return descriptor;
     if (errno == EEXIST) {
         if (calls.Unlink(newPath.c_str()) != 0) return -1;
-    } else if (errno != ENOENT || !MakeFolderTree(calls, FolderOf(newPath))) {
-        return -1;
+    } else {
+        if (errno != ENOENT || !MakeFolderTree(calls, FolderOf(newPath))) return -1;
+        foldersAreSafe = false;
     }
     return create();
 }

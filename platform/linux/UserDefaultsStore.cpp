@@ -58,13 +58,15 @@ bool UserDefaultsStore::Synchronize() {
     LMutexLock fileLock(fileMutex);
     if (!ReadFile()) return false;
     uint64_t snapshotState;
+    bool isWritten;
     std::vector<NSPayload<std::string>> texts;
     {
         LMutexLock lock(entriesMutex);
-        if (state == writtenState) return true;
         snapshotState = state;
-        texts = entries.Texts();
+        isWritten = state == writtenState;
+        if (!isWritten) texts = entries.Texts();
     }
+    if (isWritten) return file.MakeSafe();
     if (!file.Replace(texts)) return false;
     LMutexLock lock(entriesMutex);
     writtenState = snapshotState;

@@ -145,11 +145,13 @@ void LGCDScheduler::DeleteAll(const char* appBundleId, const char* appPath) {
         else
             kept.addObject(key);
     }
-    if (kept.count() != keys.count()) {
+    const bool bRemoved = kept.count() != keys.count();
+    if (bRemoved) {
         keys = kept;
         Defaults().setObjectForKey(keys, Keys().all);
-        _Synchronize();
     }
+    // A deletion that could not be stored is tried again, though nothing is left to delete.
+    if (bRemoved || bStoreInDoubt) _Synchronize();
 
     LMutexLock recordsLock(records);
     LList<LGCDTimer> others;  // in reverse; taking only heads off keeps this linear

@@ -30,10 +30,10 @@ public:
     // A null value removes the entry. Values nested deeper than the file's reader accepts are not taken.
     void setObjectForKey(NSObject value, const NSString& key);
     void removeObjectForKey(const NSString& key);
-    // Makes the file equal to memory, durably: when this gives true, a power failure loses nothing of it. Does nothing
-    // when nothing changed. False: the file is one whole state, the old or the new one, and the changes are tried again
-    // by the next call. Reading a file that could not be read before is tried again, too: what it holds is then merged
-    // below the changes made meanwhile.
+    // Makes the file equal to memory, durably: when this gives true, a power failure loses nothing of it. Writes
+    // nothing when nothing changed. False: the file is one whole state, the old or the new one, and the changes are
+    // tried again by the next call. Reading a file that could not be read before is tried again, too: what it holds is
+    // then merged below the changes made meanwhile.
     bool synchronize();
 
 private:

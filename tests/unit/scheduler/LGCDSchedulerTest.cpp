@@ -3,6 +3,7 @@
 #include "UserDefaultsStore.h"
 #include "VirtualClock.h"
 #include "support/FaultyFileCalls.h"
+#include "support/ObservedScheduler.h"
 #include "support/TempFolder.h"
 #include "support/TimeZone.h"
 
@@ -25,20 +26,6 @@ constexpr LWeekDay kNoDay{};
 NSString S(std::string_view text) {
     return NSString(text);
 }
-
-class Scheduler : public LGCDScheduler {
-public:
-    using LGCDScheduler::EvScheduleStart;
-    ~Scheduler() override { StopCallbacks(); }
-    void EvScheduleStart(const char* appBundleId, const char* appPath, const char* skedName) override {
-        fires[std::string(appBundleId) + appPath + skedName].push_back(
-            static_cast<long>(platform::CurrentClock().WallSeconds()));
-        if (onStart) onStart();
-    }
-
-    std::map<std::string, std::vector<long>> fires;  // moments by names
-    std::function<void()> onStart;
-};
 
 class CountingFileCalls : public FaultyFileCalls {
 public:
@@ -81,7 +68,7 @@ protected:
     const std::string app = folder.MakeFolder("My.app");
     CountingFileCalls calls;
     platform::VirtualClock clock{kNow};
-    Scheduler scheduler;
+    ObservedScheduler scheduler;
 };
 
 using Names = std::vector<std::string>;

@@ -1,0 +1,282 @@
+#include "support/CrashStates.h"
+
+#include "PropertyListReader.h"
+#include "UserDefaultsStore.h"
+#include "VirtualClock.h"
+#include "support/FaultyFileCalls.h"
+#include "support/ObservedScheduler.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+using Schedules = std::map<std::string, long>;
+
+constexpr char kStore[] = "/home/config/helper/store.plist";
+constexpr char kBundleId[] = "com.example.app";
+constexpr char kApp[] = "/";  // some folder that is there
+constexpr char kNext[] = "next";
+constexpr long kNow = CrashStates::kNow;
+constexpr long kHorizon = 1'000'000;
+
+const CrashStates::Requests& StoredAtTheBegin() {
+    static const CrashStates::Requests& requests =
+        *new CrashStates::Requests{{StoreRequest::Add, "stored", kNow + 50}, {StoreRequest::Add, "A", kNow + 60}};
+    return requests;
+}
+
+void CarryOut(LGCDScheduler& scheduler, const StoreRequest& request) {
+    switch (request.kind) {
+    case StoreRequest::Add:
+        return scheduler.Add(kBundleId, kApp, request.name, LDateTime(request.start), false, false, LWeekDay());
+    case StoreRequest::Delete:
+        return scheduler.Delete(kBundleId, kApp, request.name);
+    case StoreRequest::DeleteAll:
+        return scheduler.DeleteAll(kBundleId, kApp);
+    }
+}
+
+// What a reader of the file finds; nothing where it can't be read. A missing file is an empty one.
+std::optional<Schedules> SchedulesIn(const std::optional<std::string>& file) {
+    Schedules schedules;
+    if (!file) return schedules;
+    const auto store = platform::ParsePropertyList(*file);
+    if (!store) return {};
+    for (const NSObject& key : store->valueForKey(NSString("LGCDSCHEDULER_SKED_ALL")).Array()) {
+        const NSDictionary entry = store->valueForKey(key.String()).Dictionary();
+        const NSString name = entry.valueForKey(NSString("SKED_NAME")).String();
+        if (!name) return {};
+        schedules[std::string(name.View())] = entry.valueForKey(NSString("START_TIME")).Number().longValue();
+    }
+    return schedules;
+}
+
+std::string TextOf(CrashStates::Begin begin, const CrashStates::Requests& requests) {
+    static constexpr const char* begins[] = {"no folder", "no file", "stored"};
+    std::string text = begins[static_cast<size_t>(begin)];
+    for (const auto& [kind, name, start] : requests) {
+        static constexpr const char* kinds[] = {"add", "delete", "delete all"};
+        text += std::string(", ") + kinds[kind] + " " + name;
+        if (kind == StoreRequest::Add) text += " at " + std::to_string(start);
+    }
+    return text;
+}
+
+// The program is killed before its n-th call that a program can be killed at.
+class KillingFileCalls : public FileCallsFilter {
+public:
+    using FileCallsFilter::FileCallsFilter;
+    struct Killed {};
+
+    void Arm(int call) { callsLeft = call; }
+
+protected:
+    // Descriptors close also when a program is killed.
+    bool Admit(Call call) override {
+        if (callsLeft > 0 && call != Call::Close && --callsLeft == 0) throw Killed();
+        return true;
+    }
+
+private:
+    int callsLeft = 0;
+};
+
+}  // namespace
+
+// A disk, the program that works on it, and what may be found there after a power failure.
+class CrashStates::Run {
+public:
+    Run(CrashStates& crashStates, Begin begin) : states(crashStates), disk(ImageOf(begin)) {
+        expected.emplace_back();
+        if (begin == Begin::Stored)
+            for (const StoreRequest& request : StoredAtTheBegin()) expected[0] = After(expected[0], request);
+        Start();
+    }
+
+    // A new program on this disk.
+    void Start() {
+        scheduler.reset();
+        platform::SetStandardUserDefaults(kStore, killing);
+        scheduler = std::make_unique<ObservedScheduler>();
+        scheduler->LoadFromSettings();
+    }
+
+    // From now on the power fails at every moment.
+    void Watch() {
+        disk.onChange = [this] { Look(true); };
+        Look(true);
+    }
+
+    void Do(const StoreRequest& request) {
+        expected.push_back(After(expected.back(), request));
+        if (states.protocol.answersFirst) Answered();
+        CarryOut(*scheduler, request);
+    }
+    void Answered() { oldest = expected.size() - 1; }
+    // After the answer.
+    void Finish() {
+        Answered();
+        Look(false);
+        disk.onChange = nullptr;
+    }
+
+    bool Kill(const StoreRequest& request, int call) {
+        killing.Arm(call);
+        try {
+            Do(request);
+        } catch (const KillingFileCalls::Killed&) {
+            return true;
+        }
+        killing.Arm(0);
+        return false;
+    }
+    // Whoever looks now counts on what is there.
+    void CountOnWhatIsThere() {
+        if (SchedulesIn(disk.BytesOf(kStore)) != expected.back()) expected.pop_back();
+        Answered();
+    }
+
+    bool Fail(const StoreRequest& request, int call, int error) {
+        faults.Arm({call, error, false});
+        Do(request);
+        const bool hasFired = faults.HasFired();
+        faults.Arm({});
+        return hasFired;
+    }
+
+    struct Moment {
+        std::map<MemoryDisk::Image, std::optional<Outcome>>::iterator image;
+        size_t oldest, youngest;  // of `expected`
+        bool amidRequest;
+    };
+    const std::vector<Moment>& Moments() const { return moments; }
+    const Schedules& Expected(size_t state) const { return expected[state]; }
+
+private:
+    static MemoryDisk::Image ImageOf(Begin begin) {
+        MemoryDisk::Image image{{"/home", std::nullopt}};
+        if (begin == Begin::NoFolder) return image;
+        image["/home/config"] = image["/home/config/helper"] = std::nullopt;
+        if (begin == Begin::NoFile) return image;
+        static const std::string& stored = *new std::string([&] {
+            MemoryDisk writing(image);
+            platform::SetStandardUserDefaults(kStore, writing);
+            ObservedScheduler scheduler;
+            for (const StoreRequest& request : StoredAtTheBegin()) CarryOut(scheduler, request);
+            return writing.BytesOf(kStore).value();
+        }());
+        image[kStore] = stored;
+        return image;
+    }
+
+    // The images are loaded later: the store is in use.
+    void Look(bool amidRequest) {
+        states.moments++;
+        disk.EachImage([&](const MemoryDisk::Image& image) {
+            const auto found = states.loaded.emplace(image, std::nullopt).first;
+            moments.push_back({found, oldest, expected.size() - 1, amidRequest});
+        });
+    }
+
+    CrashStates& states;
+    platform::VirtualClock clock{kNow};
+    MemoryDisk disk;
+    const std::unique_ptr<platform::FileCalls> calls = states.protocol.calls(disk);
+    FaultyFileCalls faults{*calls};
+    KillingFileCalls killing{faults};
+    std::unique_ptr<ObservedScheduler> scheduler;
+    std::vector<Schedules> expected;  // after the begin and after each request
+    size_t oldest = 0;
+    std::vector<Moment> moments;
+};
+
+CrashStates::Schedules CrashStates::After(Schedules schedules, const StoreRequest& request) {
+    if (request.kind == StoreRequest::DeleteAll) return {};
+    schedules.erase(request.name);
+    if (request.kind == StoreRequest::Add) schedules[request.name] = request.start;
+    return schedules;
+}
+
+CrashStates::Outcome CrashStates::Load(const MemoryDisk::Image& image) {
+    Outcome outcome;
+    MemoryDisk disk(image);
+    platform::VirtualClock clock(kNow);
+    platform::SetStandardUserDefaults(kStore, disk);
+    ObservedScheduler scheduler;
+    scheduler.LoadFromSettings();
+    const StoreRequest next{StoreRequest::Add, kNext, kNow + kHorizon};
+    CarryOut(scheduler, next);
+    clock.Advance(kHorizon);
+    for (const auto& [names, moments] : scheduler.fires)
+        outcome.schedules[names.substr(std::string(kBundleId).size() + std::string(kApp).size())] = moments.at(0);
+    outcome.goesOn = SchedulesIn(disk.BytesOf(kStore)) == outcome.schedules && outcome.schedules.erase(kNext) == 1;
+    for (const std::string& file : disk.Files()) outcome.isDamaged |= file.find(".damaged") != std::string::npos;
+    return outcome;
+}
+
+void CrashStates::Judge(const Run& run, const std::string& what) {
+    for (const Run::Moment& moment : run.Moments()) {
+        const auto [oldest, end] = std::pair(moment.oldest, moment.youngest + 1);
+        std::optional<Outcome>& loadedOnce = moment.image->second;
+        judged++;
+        if (!loadedOnce) loadedOnce = Load(moment.image->first);
+        const Outcome& outcome = *loadedOnce;
+        const auto isOneOf = [&](size_t first, size_t behind) {
+            while (first < behind && run.Expected(first) != outcome.schedules) first++;
+            return first < behind;
+        };
+        const auto report = [&](Fault fault, const char* text) {
+            violations.push_back({fault, moment.amidRequest, what + ": " + text});
+        };
+        if (outcome.isDamaged)
+            report(Fault::Damaged, "the file is damaged");
+        else if (isOneOf(0, oldest) && !isOneOf(oldest, end))
+            report(Fault::Lost, "what was answered is lost");
+        else if (!isOneOf(oldest, end))
+            report(Fault::Mixed, "not one whole state");
+        else if (!outcome.goesOn)
+            report(Fault::Stuck, "the next schedule isn't stored beside the others");
+    }
+}
+
+void CrashStates::Try(Begin begin, const Requests& requests) {
+    Run run(*this, begin);
+    for (size_t i = 0; i < requests.size(); i++) {
+        if (i + 1 == requests.size()) run.Watch();
+        run.Do(requests[i]);
+        run.Answered();
+    }
+    run.Finish();
+    Judge(run, TextOf(begin, requests));
+}
+
+bool CrashStates::TryAfterKill(Begin begin, const Requests& requests, int call) {
+    Run run(*this, begin);
+    for (size_t i = 0; i + 2 < requests.size(); i++) {
+        run.Do(requests[i]);
+        run.Answered();
+    }
+    if (!run.Kill(requests[requests.size() - 2], call)) return false;
+    run.Watch();
+    run.Start();
+    run.CountOnWhatIsThere();
+    run.Do(requests.back());
+    run.Finish();
+    Judge(run, TextOf(begin, requests) + ", killed before call " + std::to_string(call) + " of the last but one");
+    return true;
+}
+
+bool CrashStates::TryAfterFailure(Begin begin, const Requests& requests, int call, int error) {
+    Run run(*this, begin);
+    for (size_t i = 0; i + 2 < requests.size(); i++) {
+        run.Do(requests[i]);
+        run.Answered();
+    }
+    if (!run.Fail(requests[requests.size() - 2], call, error)) return false;
+    run.Watch();
+    run.Do(requests.back());
+    run.Finish();
+    Judge(run, TextOf(begin, requests) + ", call " + std::to_string(call) + " of the last but one failed");
+    return true;
+}
