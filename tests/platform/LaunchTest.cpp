@@ -18,14 +18,15 @@
 
 namespace {
 
-constexpr char kIdentifier[] = "com.example.probe";
+// Applications are found among all of the user's processes: those of another run of these tests are others.
+const std::string kIdentifier = "com.example.probe" + std::to_string(::getpid());
 
 bool LaunchBundle(const std::string& path) {
     return NSWorkspace::sharedWorkspace().launchApplication(NSString(path));
 }
 
-std::vector<NSRunningApplication> Running(const char* identifier = kIdentifier) {
-    return NSRunningApplication::runningApplicationsWithBundleIdentifier(NSString(identifier));
+std::vector<NSRunningApplication> Running(const std::string& identifier = kIdentifier) {
+    return NSRunningApplication::runningApplicationsWithBundleIdentifier(NSString(identifier.c_str()));
 }
 
 // Whether no process is left that this one has started, ended or not.
@@ -174,15 +175,15 @@ TEST(RunningApplications, FindsTheProgramOfTheBundleOnly) {
     EXPECT_EQ(running[0].bundleURL().path().View(), probe.Bundle());
     EXPECT_EQ(running[0].localizedName().View(), "Name");
     EXPECT_EQ(running[0].processIdentifier(), pid);
-    EXPECT_TRUE(Running("com.example").empty());
+    EXPECT_TRUE(Running("com.example.probe").empty());
 
     // The file behind it was replaced by an update: it still runs from this bundle.
     std::filesystem::remove(probe.Program());
     EXPECT_EQ(Running().size(), 1u);
     // Another program of the bundle is not the application.
     probe.Folder().Write("Probe.app/Contents/Info.plist",
-                         "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.example.probe</string>"
-                         "<key>CFBundleExecutable</key><string>other</string></dict></plist>");
+                         "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>" + kIdentifier +
+                             "</string><key>CFBundleExecutable</key><string>other</string></dict></plist>");
     EXPECT_TRUE(Running().empty());
     probe.End(pid);
 }

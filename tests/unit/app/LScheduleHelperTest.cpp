@@ -45,30 +45,31 @@ public:
 };
 
 TEST(LScheduleHelper, LeavesTheVeryBundleThatRunsAloneAndStartsAnotherCopy) {
-    constexpr char kIdentifier[] = "com.example.probe.helper";
+    const std::string identifier = "com.example.probe.helper" + std::to_string(::getpid());
+    const char* const appBundleId = identifier.c_str();
     const std::string version = "<key>CFBundleVersion</key><string>2.14.2</string>";
-    ProbeApplication one(kIdentifier, version), other(kIdentifier, version);
+    ProbeApplication one(identifier, version), other(identifier, version);
     const std::string link = one.Folder().Join("Link.app");
     ASSERT_EQ(symlink(one.Bundle().c_str(), link.c_str()), 0);
     LScheduleHelper helper;
     const auto running = [&] {
-        return NSRunningApplication::runningApplicationsWithBundleIdentifier(NSString(kIdentifier)).size();
+        return NSRunningApplication::runningApplicationsWithBundleIdentifier(NSString(appBundleId)).size();
     };
     {
         const OneRuns runs(one.Bundle(), "Probe");
-        helper.launchMainApp(kIdentifier, one.Bundle().c_str());
-        helper.launchMainApp(kIdentifier, link.c_str());
+        helper.launchMainApp(appBundleId, one.Bundle().c_str());
+        helper.launchMainApp(appBundleId, link.c_str());
     }
     EXPECT_EQ(running(), 0u);
     {
         const OneRuns runs(one.Bundle(), "Probe");
-        helper.launchMainApp(kIdentifier, other.Bundle().c_str());
+        helper.launchMainApp(appBundleId, other.Bundle().c_str());
     }
     EXPECT_FALSE(other.Report().empty());
     EXPECT_EQ(running(), 1u);
     {
         const OneRuns runs("/no/such/Probe.app", "Probe");  // can't be examined: not this one
-        helper.launchMainApp(kIdentifier, one.Bundle().c_str());
+        helper.launchMainApp(appBundleId, one.Bundle().c_str());
     }
     EXPECT_FALSE(one.Report().empty());
     EXPECT_EQ(running(), 2u);
