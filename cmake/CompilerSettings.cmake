@@ -13,3 +13,11 @@ if(SCHEDULEHELPER_SANITIZE)
   add_compile_options(-fsanitize=${SCHEDULEHELPER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SCHEDULEHELPER_SANITIZE})
 endif()
+
+# leave_unoptimised(TARGET): in a sanitizer build the optimiser takes most of the time; for code whose speed no test
+# depends on it is left out.
+function(leave_unoptimised target)
+  if(SCHEDULEHELPER_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
