@@ -7,6 +7,7 @@
 #include "datetime/LWeekDay.h"
 
 #include <compare>
+#include <cstddef>
 #include <ctime>
 
 class LDateTime {
@@ -53,6 +54,45 @@ public:
     // equal: never.
     static bool TestScheduleDetails(LDateTime now, LDayTime nowTime, LWeekDay nowDay, LDateTime startDate,
                                     LDateTime endDate, LDayTime startTime, LDayTime endTime, LWeekDay days);
+
+    // Text forms. All of local time; empty for 0 (no date), for a count without fields, and for years outside 0 to
+    // 9999. Buffers are the caller's: a date has 10 characters, a time at most 8, the composed forms at most 19, and
+    // each a terminator.
+    static constexpr size_t kDateSize = 11, kTimeSize = 9;
+    static void GetDateTime(long t, char* date, char* time);                 // 2015-06-05, 13:45:10
+    static void GetDateYYYYHMMHDDTimeHHCMM(long t, char* date, char* time);  // 2015-06-05, 13:45
+    static void GetTimeHHCMM(long t, char* out);                             // 13:45
+    static void GetTimeHHHMMHSS(long t, char* out);                          // 13-45-10, for file names
+    void GetDateTime(char* out) const;                                       // 2015-06-05 13:45:10
+    void GetDateTimeInLocalFormat(char* out) const;                          // the same, in no locale's order
+    void GetDateYYYYHMMHDDTimeHHCMM(char* out) const;                        // 2015-06-05 13:45
+    void GetDateInLocalFormat(char* out) const;                              // 2015-06-05
+    void GetTimeInLocalFormat(char* out) const;                              // 13:45:10
+    void _GetTextTime(char* out) const;                                      // 13:45:10
+    void GetDateLocalFormat(char* out) const;  // 06/05/15, in the order of the user's locale
+
+    // Parses the fixed forms as scanf would; what isn't there is the first of January 2000, 00:00:00. An empty date
+    // gives 0; a moment that can't be converted leaves `t`. The second takes both from one text, the time from position
+    // 11 on.
+    static void SetDateTime(long& t, const char* date, const char* time);
+    static void SetDateYYYYHMMHDDTimeHHCMMCSS(long& t, const char* text);
+    // Whether a text of the fixed form names a day from 1970 to 2038 (an empty one counts as valid), and whether one
+    // with a time names a moment of such a day (an empty one doesn't). What follows is not looked at.
+    static bool ValidateDateYYYYHMMHDD(const char* text);
+    static bool ValidateDateTimeYYYYHMMHDDHHCMMCSS(const char* text);
+
+    // Reads a date as people type it, in the order of the user's locale: fields separated by . / : or \, ended by "-".
+    // Its time is midnight. No digit, separator or "-" at all: no date. A field left out: the first day; the month
+    // before January; year 2000. What can't be converted leaves the value.
+    void _SetTextDate(const char* text);
+    // Replaces the time of day by up to three numbers separated by ":"; an unset value stays unset.
+    void _SetTextTime(const char* text);
+    // The two that follow the locale, for a given order.
+    void _GetDateInOrder(char* out, int order) const;
+    void _SetTextDateInOrder(const char* text, int order);
+
+    // The locale's order as LGetLocaleDateFormatOrder gave it when first asked: it stays for the life of the process.
+    static int DateFormatOrder();
 
     // Local midnight of the day on which the program was compiled; no date when that can't be told.
     static LDateTime GetBuildDate();
