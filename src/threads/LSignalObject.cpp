@@ -1,0 +1,83 @@
+#include "threads/LSignalObject.h"
+
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <poll.h>
+#include <span>
+#include <unistd.h>
+
+namespace {
+
+// poll would wait for the others when one descriptor is negative, and call a closed one ready: both are failures here.
+bool WaitForAny(std::span<pollfd> waited, unsigned int timeoutMs) {
+    for (const pollfd& one : waited)
+        if (one.fd < 0) return false;
+    const timespec timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000) * 1'000'000};
+    const int ready =
+        ::ppoll(waited.data(), waited.size(), timeoutMs == kSignalNoTimeOut ? nullptr : &timeout, nullptr);
+    if (ready <= 0) return ready < 0 && errno == EINTR;
+    for (const pollfd& one : waited)
+        if (one.revents & POLLNVAL) return false;
+    return true;
+}
+
+pollfd Reading(int descriptor) {
+    return {descriptor, POLLIN, 0};
+}
+
+}  // namespace
+
+bool LSignalObjectRef::Select(int highest, fd_set& readSet, unsigned int timeoutMs) const {
+    timeval timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
+    const int ready =
+        ::select(highest + 1, &readSet, nullptr, nullptr, timeoutMs == kSignalNoTimeOut ? nullptr : &timeout);
+    return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
+bool LSignalObjectRef::WaitSignal(unsigned int timeoutMs) const {
+    pollfd waited[] = {Reading(readDescriptor)};
+    return WaitForAny(waited, timeoutMs);
+}
+
+bool LSignalObjectRef::WaitSignalDual(LSignalObjectRef second, unsigned int timeoutMs) const {
+    pollfd waited[] = {Reading(readDescriptor), Reading(second.readDescriptor)};
+    return WaitForAny(waited, timeoutMs);
+}
+
+bool LSignalObjectRef::WaitSignalTriple(LSignalObjectRef second, LSignalObjectRef third, unsigned int timeoutMs) const {
+    pollfd waited[] = {Reading(readDescriptor), Reading(second.readDescriptor), Reading(third.readDescriptor)};
+    return WaitForAny(waited, timeoutMs);
+}
+
+void LSignalObjectRef::Signal() {
+    const char one = 1;
+    // A full pipe refuses the byte: the object is set all the same.
+    while (::write(writeDescriptor, &one, 1) < 0 && errno == EINTR) continue;
+}
+
+void LSignalObjectRef::Reset() {
+    LDrainDescriptor(readDescriptor);
+}
+
+LSignalObject::LSignalObject() {
+    int ends[2];
+    if (::pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return;
+    readDescriptor = ends[0];
+    writeDescriptor = ends[1];
+}
+
+LSignalObject::~LSignalObject() {
+    if (readDescriptor < 0) return;
+    ::close(readDescriptor);
+    ::close(writeDescriptor);
+}
+
+void LDrainDescriptor(int descriptor) {
+    char bytes[4096];
+    for (;;) {
+        const ssize_t count = ::read(descriptor, bytes, sizeof bytes);
+        if (count == static_cast<ssize_t>(sizeof bytes) || (count < 0 && errno == EINTR)) continue;
+        return;  // fewer than asked for: no more was there
+    }
+}

@@ -1,0 +1,30 @@
+// LSignalObjectGroup: up to 256 signal objects for one wait. It doesn't own them; they must outlive every wait. Waits
+// of several threads on one group are safe as long as nobody adds to it.
+#pragma once
+
+#include "threads/LSignalObject.h"
+
+class LSignalObjectGroup {
+public:
+    LSignalObjectGroup();
+
+    // The 257th addition does nothing, nor does one whose descriptor the set has no room for (below 0, above 1,023). An
+    // object added twice takes two places.
+    void Add(LSignalObjectRef object);
+    void Add(LSignalObjectGroup& group);
+
+    // True when at least one member is set within the time-out. False also for a wait that was interrupted or failed.
+    bool Select(unsigned int timeoutMs) const;
+    bool IsSignaled() const { return Select(0); }
+
+    int Count() const { return count; }
+
+private:
+    void AddDescriptor(int descriptor);
+
+    static constexpr int kMaxCount = 256;
+
+    fd_set descriptors;
+    int highest = -1;
+    int count = 0;
+};
