@@ -1,11 +1,13 @@
 #include "ServiceFolder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -63,6 +65,15 @@ bool Connect(int socket, const sockaddr_un& address) {
     return connected;
 }
 
+// Peers that come and stay must not take the last descriptors: the store and the starting of applications need some.
+bool IsDescriptorSpare(int any) {
+    constexpr rlim_t kKept = 192;  // two for each thread of a full pool that looks for a running application, and more
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return true;
+    const Descriptor lowestFree(fcntl(any, F_DUPFD_CLOEXEC, 0));
+    return lowestFree && static_cast<rlim_t>(lowestFree.Get()) + std::min(kKept, limit.rlim_cur / 4) < limit.rlim_cur;
+}
+
 }  // namespace
 
 Descriptor ConnectIn(int folder, const std::string& name, pid_t& serverPid) {
@@ -116,6 +127,10 @@ ServiceSocket BindService(const std::string& name) {
 }
 
 Descriptor AcceptPeer(int listener, pid_t& peerPid) {
+    if (!IsDescriptorSpare(listener)) {
+        errno = EMFILE;
+        return {};
+    }
     Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) return {};
     const auto peer = Peer(socket.Get());

@@ -31,7 +31,8 @@ Descriptor BindIn(int folder, const std::string& name);
 Descriptor ConnectIn(int folder, const std::string& name, pid_t& serverPid);
 
 // Accepts one connection without blocking. The descriptor is empty with errno when there is none; a peer of another
-// user, or one for which the kernel gives no process, is closed without a word and shows as ECONNABORTED.
+// user, or one for which the kernel gives no process, is closed without a word and shows as ECONNABORTED. While few
+// descriptors are left, peers are left waiting (EMFILE).
 Descriptor AcceptPeer(int listener, pid_t& peerPid);
 
 }  // namespace platform
