@@ -27,8 +27,8 @@ ssize_t FileCalls::Read(int descriptor, void* bytes, size_t count) {
     return ::read(descriptor, bytes, count);
 }
 
-ssize_t FileCalls::Write(int descriptor, const void* bytes, size_t count) {
-    return ::write(descriptor, bytes, count);
+ssize_t FileCalls::Write(int descriptor, const iovec* parts, int count) {
+    return ::writev(descriptor, parts, count);
 }
 
 int FileCalls::Sync(int descriptor) {

@@ -7,11 +7,14 @@
 #include <cstddef>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 namespace platform {
 
 class FileCalls {
 public:
+    static constexpr int kMostParts = 1024;
+
     static FileCalls& System();
 
     virtual ~FileCalls() = default;
@@ -19,7 +22,7 @@ public:
     virtual int Close(int descriptor);
     virtual int Stat(int descriptor, struct stat& info);
     virtual ssize_t Read(int descriptor, void* bytes, size_t count);
-    virtual ssize_t Write(int descriptor, const void* bytes, size_t count);
+    virtual ssize_t Write(int descriptor, const iovec* parts, int count);  // one behind the other; at most kMostParts
     virtual int Sync(int descriptor);
     virtual int Rename(const char* from, const char* to);
     virtual int RenameWithoutReplacing(const char* from, const char* to);  // EEXIST where `to` exists

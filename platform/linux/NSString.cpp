@@ -3,9 +3,24 @@
 #include "Utf8.h"
 
 #include <cstring>
+#include <new>
 
 NSString::NSString(std::string_view text) {
-    if (platform::IsUtf8(text) && text.find('\0') == text.npos) payload = NSPayload<std::string>(std::string(text));
+    if (!platform::IsUtf8(text) || text.find('\0') != text.npos) return;
+    *this = WithLength(text.size());
+    text.copy(cell->Text(), text.size());
+}
+
+NSString NSString::WithLength(size_t length) {
+    NSString made;
+    made.cell = new (::operator new(sizeof(Cell) + length + 1)) Cell{.length = length};
+    made.cell->Text()[length] = '\0';
+    return made;
+}
+
+void NSString::Free() {
+    cell->~Cell();
+    ::operator delete(cell);
 }
 
 NSString NSString::initWithCString(const char* text, NSStringEncoding encoding) {
@@ -14,13 +29,11 @@ NSString NSString::initWithCString(const char* text, NSStringEncoding encoding) 
 }
 
 NSString NSString::stringByAppendingString(const NSString& tail) const {
-    if (!payload || !tail.payload) return {};
-    std::string joined;
-    joined.reserve(payload.Get()->size() + tail.payload.Get()->size());
-    joined.append(*payload.Get()).append(*tail.payload.Get());
-    NSString result;
-    result.payload = NSPayload<std::string>(std::move(joined));
-    return result;
+    if (!cell || !tail.cell) return {};
+    NSString joined = WithLength(cell->length + tail.cell->length);
+    View().copy(joined.cell->Text(), cell->length);
+    tail.View().copy(joined.cell->Text() + cell->length, tail.cell->length);
+    return joined;
 }
 
 NSRange NSString::rangeOfString(const NSString& part) const {
@@ -30,22 +43,8 @@ NSRange NSString::rangeOfString(const NSString& part) const {
     return {position, part.View().size()};
 }
 
-bool NSString::isEqualToString(const NSString& other) const {
-    return payload && other.payload && *payload.Get() == *other.payload.Get();
-}
-
 bool NSString::getCString(char* buffer, size_t maxLength, NSStringEncoding encoding) const {
-    if (!payload || !buffer || encoding != NSUTF8StringEncoding) return false;
-    const std::string& text = *payload.Get();
-    if (text.size() >= maxLength) return false;
-    std::memcpy(buffer, text.c_str(), text.size() + 1);
+    if (!cell || !buffer || encoding != NSUTF8StringEncoding || cell->length >= maxLength) return false;
+    std::memcpy(buffer, cell->Text(), cell->length + 1);
     return true;
-}
-
-const char* NSString::UTF8String() const {
-    return payload ? payload.Get()->c_str() : "";
-}
-
-std::string_view NSString::View() const {
-    return payload ? std::string_view(*payload.Get()) : std::string_view();
 }

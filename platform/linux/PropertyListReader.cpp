@@ -1,11 +1,12 @@
 #include "PropertyListReader.h"
 
-#include <algorithm>
+#include "PropertyListTextReader.h"
+#include "SharedTexts.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <memory>
 #include <plist/plist.h>
 #include <unistd.h>
@@ -66,12 +67,10 @@ bool IsHarmless(std::string_view xml) {
     return true;
 }
 
-// Turns libplist's nodes into values. Files repeat their texts (each schedule has the same seven keys, most the same
-// application, each schedule's key also stands in the list of all): the last text of each hash is kept at hand, and
-// equal ones share its payload.
+// Turns libplist's nodes into values.
 class Converter {
 public:
-    explicit Converter(size_t fileSize) : recent(std::clamp<size_t>(fileSize / 128, 64, 32768)) {}
+    explicit Converter(size_t fileSize) : texts(fileSize) {}
 
     NSObject Value(plist_t node) {
         switch (plist_get_node_type(node)) {
@@ -113,7 +112,7 @@ public:
             plist_dict_next_item(node, iterator.get(), &rawKey, &value);
             const std::unique_ptr<char, FreeMemory> key(rawKey);
             if (!value) break;
-            if (key) entries.emplace_back(Shared(key.get()), Value(value));
+            if (key) entries.emplace_back(texts.Get(key.get()), Value(value));
         }
         return NSDictionary(std::move(entries));
     }
@@ -122,7 +121,7 @@ private:
     NSString Text(plist_t node) {
         uint64_t length = 0;
         const char* text = plist_get_string_ptr(node, &length);
-        return text ? Shared({text, length}) : NSString(std::string_view());
+        return text ? texts.Get({text, length}) : NSString(std::string_view());
     }
 
     NSArray Array(plist_t node) {
@@ -140,18 +139,17 @@ private:
         return NSArray(std::move(objects));
     }
 
-    NSString Shared(std::string_view text) {
-        NSString& kept = recent[std::hash<std::string_view>()(text) % recent.size()];
-        if (!kept || kept.View() != text) kept = NSString(text);
-        return kept;
-    }
-
-    std::vector<NSString> recent;
+    SharedTexts texts;
 };
 
 }  // namespace
 
 std::optional<NSDictionary> ParsePropertyList(std::string_view xml) {
+    if (auto written = ReadPropertyListText(xml)) return written;
+    return ParseAnyPropertyList(xml);
+}
+
+std::optional<NSDictionary> ParseAnyPropertyList(std::string_view xml) {
     if (xml.size() > kMaxPropertyListFile || !IsHarmless(xml)) return std::nullopt;
     plist_t raw = nullptr;
     plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &raw);

@@ -18,6 +18,8 @@ inline constexpr int kMaxPropertyListDepth = 64;  // of arrays and dictionaries;
 // The dictionary that an XML property list holds. Nothing when it is none, is nested too deep or defines entities.
 // Values of types that NSObject does not know are left out.
 std::optional<NSDictionary> ParsePropertyList(std::string_view xml);
+// The same by libplist alone; files in the layer's own form take it longer.
+std::optional<NSDictionary> ParseAnyPropertyList(std::string_view xml);
 
 // Reads an opened file as a whole. Gives 0 or an errno: EINVAL for what is no regular file, EFBIG above maxBytes.
 // `info` is the file's.

@@ -14,6 +14,7 @@ const std::string_view kPropertyListHead =
     "<plist version=\"1.0\">\n"
     "<dict>\n";
 const std::string_view kPropertyListTail = "</dict>\n</plist>\n";
+const std::string_view kPropertyListEnd = "</plist>\n";
 
 namespace {
 
@@ -37,8 +38,9 @@ bool MayHaveSpecial(uint64_t bytes) {
     return (below(bytes, 0x20) | below(bytes ^ '&' * ones, 1) | below(angles, 1) | below(bytes ^ 0x7F * ones, 1)) != 0;
 }
 
-// How many bytes from the begin need no escaping; for most texts, all.
-size_t PlainLength(std::string_view text) {
+}  // namespace
+
+size_t PlainPropertyListText(std::string_view text) {
     size_t length = 0;
     for (uint64_t eight; length + sizeof eight <= text.size(); length += sizeof eight) {
         std::memcpy(&eight, text.data() + length, sizeof eight);
@@ -48,9 +50,11 @@ size_t PlainLength(std::string_view text) {
     return length;
 }
 
+namespace {
+
 void AppendEscaped(std::string& out, std::string_view text) {
     while (!text.empty()) {
-        const size_t plain = PlainLength(text);
+        const size_t plain = PlainPropertyListText(text);
         out.append(text.substr(0, plain));
         if (plain == text.size()) return;
         switch (const char special = text[plain]) {
@@ -81,10 +85,10 @@ void AppendBase64(std::string& out, std::string_view bytes) {
     }
 }
 
-void AppendTagged(std::string& out, std::string_view tag, std::string_view text) {
-    out.append("<").append(tag).append(">");
+void AppendTagged(std::string& out, std::string_view tag, std::string_view text, std::string_view closingTag) {
+    out.append(tag);
     AppendEscaped(out, text);
-    out.append("</").append(tag).append(">\n");
+    out.append(closingTag);
 }
 
 void AppendInteger(std::string& out, long value) {
@@ -97,14 +101,14 @@ void AppendValue(std::string& out, const NSObject& value, size_t indent);
 
 void AppendEntry(std::string& out, const NSString& key, const NSObject& value, size_t indent) {
     out.append(indent, '\t');
-    AppendTagged(out, "key", key.View());
+    AppendTagged(out, "<key>", key.View(), "</key>\n");
     AppendValue(out, value, indent);
 }
 
 void AppendValue(std::string& out, const NSObject& value, size_t indent) {
     out.append(indent, '\t');
     if (const NSString& text = value.String()) {
-        AppendTagged(out, "string", text.View());
+        AppendTagged(out, "<string>", text.View(), "</string>\n");
     } else if (const NSNumber& number = value.Number()) {
         if (number.IsBool())
             out += number.boolValue() ? "<true/>\n" : "<false/>\n";

@@ -5,6 +5,7 @@
 #include "MainBundle.h"
 #include "PropertyListReader.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -13,8 +14,7 @@ namespace platform {
 
 namespace {
 
-constexpr int kMaxDamaged = 1000;                  // files set aside; more are left for a person to look at
-constexpr size_t kWriteSize = size_t{256} * 1024;  // parts are gathered into writes of about this size
+constexpr int kMaxDamaged = 1000;  // files set aside; more are left for a person to look at
 
 std::string FolderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
@@ -131,14 +131,10 @@ bool UserDefaultsFile::MakeFoldersSafe() {
 bool UserDefaultsFile::WriteNew(const std::string& newPath, const std::vector<NSPayload<std::string>>& parts) {
     const FileCallsDescriptor file(calls, OpenNew(newPath));
     if (!file) return false;
-    std::string gathered;
-    for (const auto& part : parts) {
-        gathered += *part.Get();
-        if (gathered.size() < kWriteSize) continue;
-        if (!WriteBytes(file.Get(), gathered)) return false;
-        gathered.clear();
-    }
-    return WriteBytes(file.Get(), gathered) && Uninterrupted([&] { return calls.Sync(file.Get()); }) == 0;
+    std::vector<iovec> bytes;
+    bytes.reserve(parts.size());
+    for (const auto& part : parts) bytes.push_back({const_cast<char*>(part.Get()->data()), part.Get()->size()});
+    return WriteParts(file.Get(), std::move(bytes)) && Uninterrupted([&] { return calls.Sync(file.Get()); }) == 0;
 }
 
 int UserDefaultsFile::OpenNew(const std::string& newPath) {
@@ -157,15 +153,21 @@ int UserDefaultsFile::OpenNew(const std::string& newPath) {
     return create();
 }
 
-bool UserDefaultsFile::WriteBytes(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = Uninterrupted([&] { return calls.Write(descriptor, bytes.data(), bytes.size()); });
-        if (count < 0) return false;
-        if (count == 0) {
+// Gives what the kernel did not take of one call to the next.
+bool UserDefaultsFile::WriteParts(int descriptor, std::vector<iovec> parts) {
+    for (size_t first = 0; first < parts.size();) {
+        const auto count = static_cast<int>(std::min<size_t>(parts.size() - first, FileCalls::kMostParts));
+        const ssize_t written = Uninterrupted([&] { return calls.Write(descriptor, &parts[first], count); });
+        if (written < 0) return false;
+        if (written == 0) {
             errno = EIO;
             return false;
         }
-        bytes.remove_prefix(static_cast<size_t>(count));
+        auto left = static_cast<size_t>(written);
+        for (; first < parts.size() && left >= parts[first].iov_len; first++) left -= parts[first].iov_len;
+        if (left == 0) continue;
+        parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + left;
+        parts[first].iov_len -= left;
     }
     return true;
 }

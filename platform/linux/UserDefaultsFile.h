@@ -20,7 +20,6 @@
 #include <Foundation/NSDictionary.h>
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace platform {
@@ -50,7 +49,7 @@ private:
     bool MakeFoldersSafe();
     bool WriteNew(const std::string& newPath, const std::vector<NSPayload<std::string>>& parts);
     int OpenNew(const std::string& newPath);
-    bool WriteBytes(int descriptor, std::string_view bytes);
+    bool WriteParts(int descriptor, std::vector<iovec> parts);
     void Report(const char* what, int error);
 
     const std::string path;

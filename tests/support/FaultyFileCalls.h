@@ -21,9 +21,10 @@ public:
     // Whether the armed fault's turn came.
     bool HasFired() const { return fault.call > 0 && count >= fault.call; }
 
-    ssize_t Write(int descriptor, const void* bytes, size_t size) override {
-        const bool isShort = fault.error == 0 && IsTurn(count + 1);
-        return FileCallsFilter::Write(descriptor, bytes, isShort && size > 1 ? size / 2 : size);
+    ssize_t Write(int descriptor, const iovec* parts, int size) override {
+        if (fault.error != 0 || !IsTurn(count + 1)) return FileCallsFilter::Write(descriptor, parts, size);
+        const iovec half{parts->iov_base, (parts->iov_len + 1) / 2};
+        return FileCallsFilter::Write(descriptor, &half, 1);
     }
 
 protected:

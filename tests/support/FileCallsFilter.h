@@ -28,8 +28,8 @@ public:
     ssize_t Read(int descriptor, void* bytes, size_t size) override {
         return Admitted(Call::Read, [&] { return inner.Read(descriptor, bytes, size); });
     }
-    ssize_t Write(int descriptor, const void* bytes, size_t size) override {
-        return Admitted(Call::Write, [&] { return inner.Write(descriptor, bytes, size); });
+    ssize_t Write(int descriptor, const iovec* parts, int count) override {
+        return Admitted(Call::Write, [&] { return inner.Write(descriptor, parts, count); });
     }
     int Sync(int descriptor) override {
         return Admitted(Call::Sync, [&] { return inner.Sync(descriptor); });

@@ -276,15 +276,16 @@ ssize_t MemoryDisk::Read(int descriptor, void* bytes, size_t count) {
     return static_cast<ssize_t>(part.size());
 }
 
-ssize_t MemoryDisk::Write(int descriptor, const void* bytes, size_t count) {
+ssize_t MemoryDisk::Write(int descriptor, const iovec* parts, int count) {
+    std::string written;
+    for (int i = 0; i < count; i++) written.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
     auto& [node, offset] = opened.at(descriptor);
-    const std::string written(static_cast<const char*>(bytes), count);
-    node->bytes.resize(std::max(node->bytes.size(), offset + count), '\0');
-    node->bytes.replace(offset, count, written);
+    node->bytes.resize(std::max(node->bytes.size(), offset + written.size()), '\0');
+    node->bytes.replace(offset, written.size(), written);
     node->changes.push_back({offset, written, false});
-    offset += count;
+    offset += written.size();
     Changed();
-    return static_cast<ssize_t>(count);
+    return static_cast<ssize_t>(written.size());
 }
 
 int MemoryDisk::Sync(int descriptor) {

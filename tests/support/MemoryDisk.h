@@ -42,7 +42,7 @@ public:
     int Close(int descriptor) override;
     int Stat(int descriptor, struct stat& info) override;
     ssize_t Read(int descriptor, void* bytes, size_t count) override;
-    ssize_t Write(int descriptor, const void* bytes, size_t count) override;
+    ssize_t Write(int descriptor, const iovec* parts, int count) override;
     int Sync(int descriptor) override;
     int Rename(const char* from, const char* to) override;
     int RenameWithoutReplacing(const char* from, const char* to) override;
