@@ -57,6 +57,36 @@ public:
     // Puts a back slash before every double quote and back quote; ends before a pair that doesn't fit whole.
     static void EscapeFilePath(const char* src, char* dst);
 
+    // Folders (LFolderIterator.h, LFolderTrees.cpp, LFileCopy.cpp). Names are bytes: nothing in them is special but "/"
+    // and NUL. Links are never followed below the path that was given, and where something is deleted or opened to
+    // everyone not there either. An entry whose path has more than 259 bytes is left alone. Failures of single entries
+    // are passed over.
+    class FolderIterator;
+    class FolderIteratorAllFiles;
+
+    // LWildcard.h, for char and wchar_t.
+    template <class T>
+    static bool IsMatch(const T* pattern, const T* name);
+
+    // Makes the folder and those above it that are missing, mode 0777 but for the mask. True if it wasn't there before.
+    static bool CreateFolderTree(const char* path);
+    // Deletes all that lies below the folder, then the folder. True if it is gone. Nothing else than a folder is
+    // deleted.
+    static bool DeleteFolderTree(const char* path);
+    static bool DeleteFolderTreeAlways(const char* path);  // also files that are flagged as not to be deleted
+    // Deletes what lies in the folder but for folders, then the folder, which fails while there are any.
+    static bool DeleteFolderAndFiles(const char* path);
+    // Deletes the matching files that were made more than `days` times 24 hours ago; hidden ones stay. 0 days: nothing.
+    static void DeleteOldFiles(const char* folder, const char* pattern, int days);
+    // Copies what lies in a folder, hidden files too, into another one, which is made where it is missing. Files are
+    // replaced, links copied as links. A folder isn't copied into itself or below.
+    static void CopyFolderFiles(const char* src, const char* dst);
+    // Copies a regular file with its permissions, or a link as a link. What stands at `dst` is replaced when the copy
+    // is whole, and stays when it fails. False for a file onto itself. A link is put into `dst` where that is a folder.
+    static bool CopyFile(const char* src, const char* dst);
+    // Lets everybody read, write and execute the path and all below it.
+    static void SetFolderSecurityAllAccess(const char* path);
+
     static char* GetCurrentDirectory(char* buf);       // null when it has more than 259 bytes or can't be told
     static int SetCurrentDirectory(const char* path);  // chdir's result
 };
