@@ -63,6 +63,13 @@ void EventPool::Work() {
     threads.fetch_sub(1);
 }
 
+bool EventPool::RunOne() {
+    uint32_t ready = 0;
+    Watcher* watcher = events.Wait(0, ready);
+    if (watcher) watcher->OnReady(ready);
+    return watcher != nullptr;
+}
+
 void EventPool::Submit(std::function<void()> block) {
     EnsureThread();
     LMutexLock guard(lock);

@@ -220,8 +220,12 @@ LConverted LEncodeUTF8(char* destination, const In* source, unsigned long size) 
     }
     while (p < end) {  // near the end of the room
         char last[4];
+        const unsigned long before = result;
         const auto count = charsets::WriteSequence(last, next()) - last;
-        if (count > outEnd - out) break;
+        if (count > outEnd - out) {
+            result = before;  // what isn't written wasn't replaced either
+            break;
+        }
         out = std::copy_n(last, count, out);
     }
     *out = 0;

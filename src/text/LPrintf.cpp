@@ -121,7 +121,7 @@ public:
         const size_t digits = std::min(run.find_first_not_of('0'), run.size());
         const size_t point = std::min(run.find('.'), run.size());
         const bool isOdd = run.find('.', point + 1) != run.npos;  // a second point: not for us to understand
-        if (run.size() <= 3 || isOdd) {
+        if (run.size() <= 3 || isOdd || !HasWidth(conversion.kind)) {
             Set(run, conversion.kind);
             return;
         }
@@ -149,6 +149,11 @@ public:
 
 private:
     static constexpr uint64_t cShown = 4000;
+
+    // The others the system's formatter prints as they stand, number and all.
+    static bool HasWidth(char kind) {
+        return std::string_view("diouxXbBcCmpeEfFgGaA").find(kind) != std::string_view::npos;
+    }
 
     static uint64_t Number(std::string_view digits) {
         uint64_t number = 0;

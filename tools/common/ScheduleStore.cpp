@@ -2,6 +2,7 @@
 
 #include "Folders.h"
 #include "app/LScheduleHelperKeys.h"
+#include "text/LCopyBounded.h"
 
 #include <Foundation/Foundation.h>
 
@@ -19,9 +20,13 @@ constexpr unsigned weekdayBits = 0x7F;
 
 std::optional<StoredSchedule> FromDictionary(const NSDictionary& entry) {
     const auto value = [&](const char* key) { return entry.valueForKey(NSString(key)); };
-    const NSString bundleId = value("APP_BUNDLEID").String();
-    const NSString appPath = value("APP_PATH").String();
-    const NSString name = value("SKED_NAME").String();
+    const auto text = [&](const char* key) {
+        const NSString found = value(key).String();
+        return found.View().size() < LTextBufferSize ? found : NSString();
+    };
+    const NSString bundleId = text("APP_BUNDLEID");
+    const NSString appPath = text("APP_PATH");
+    const NSString name = text("SKED_NAME");
     if (!bundleId || !appPath || !name) return {};
     StoredSchedule schedule;
     schedule.bundleId = bundleId.View();

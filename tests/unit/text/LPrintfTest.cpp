@@ -83,7 +83,7 @@ TEST(LPrintf, LongConversionsAreCutAtOnce) {
     const double reals[] = {1e300, -0.1, 1.0 / 3, std::numeric_limits<double>::denorm_min(), INFINITY, 0, -1e300};
     char expected[260];
     for (const char* run : runs) {
-        for (char kind : {'d', 'x', 'c'}) {
+        for (char kind : {'d', 'x', 'c', 'y'}) {  // y is none: it is printed as it stands
             const std::string format = std::string("%") + run + kind;
             snprintf(expected, sizeof expected, format.c_str(), -42);
             EXPECT_EQ(Printed(format.c_str(), -42), expected) << format;
