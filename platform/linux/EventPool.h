@@ -33,8 +33,8 @@ public:
     // none starts once the gate is closed. Blocks start in order; several run side by side.
     void Submit(std::function<void()> block);
 
-    // Test seam, before the first use: no thread is started, the caller's is the pool's only one and works when it calls
-    // RunOne. That makes what connections do the same each time.
+    // Test seam, before the first use: no thread is started, the caller's is the pool's only one and works when it
+    // calls RunOne. That makes what connections do the same each time.
     void RunByHand() { threads = 1; }
     // Does the work of one ready event on the calling thread; false when none is ready.
     bool RunOne();
