@@ -3,6 +3,8 @@
 #include "EventPool.h"
 #include "Fuzz.h"
 #include "PropertyListReader.h"
+#include "PropertyListText.h"
+#include "PropertyListTextReader.h"
 #include "UserDefaultsStore.h"
 #include "VirtualClock.h"
 
@@ -156,6 +158,12 @@ NSDictionary NewSchedule(const Schedule& names) {
     return schedule;
 }
 
+std::string TextOf(const NSDictionary& content) {
+    std::string text;
+    platform::AppendPropertyListEntry(text, NSString("content"), content);
+    return text;
+}
+
 class Run {
 public:
     explicit Run(const Place& where) : place(where) {}
@@ -177,7 +185,9 @@ private:
 };
 
 void Run::Load(std::string_view file) {
-    const auto content = platform::ParsePropertyList(file);
+    const auto content = platform::ParseAnyPropertyList(file);
+    if (const auto own = platform::ReadPropertyListText(file))
+        Require(content && TextOf(*own) == TextOf(*content), "both readers read the same");
     std::ofstream(place.Path(), std::ios::binary) << file;
     platform::SetStandardUserDefaults(place.Path());
     if (!content) Require(BytesOf(place.Aside()) == file, "a damaged file is kept as it was");
