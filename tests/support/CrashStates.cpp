@@ -162,8 +162,8 @@ private:
         static const std::string& stored = *new std::string([&] {
             MemoryDisk writing(image);
             platform::SetStandardUserDefaults(kStore, writing);
-            ObservedScheduler scheduler;
-            for (const StoreRequest& request : StoredAtTheBegin()) CarryOut(scheduler, request);
+            ObservedScheduler adding;
+            for (const StoreRequest& request : StoredAtTheBegin()) CarryOut(adding, request);
             return writing.BytesOf(kStore).value();
         }());
         image[kStore] = stored;

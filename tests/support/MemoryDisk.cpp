@@ -94,9 +94,9 @@ public:
         }
         return false;
     }
-    Image Current(const Node& root) const {
+    Image Current(const Node& tree) const {
         Image image;
-        Put(root, "", image);
+        Put(tree, "", image);
         return image;
     }
 
