@@ -81,7 +81,7 @@ std::string Home::QuilloBundle() {
 }
 
 std::string Home::QuilloProgram() {
-    return QuilloBundle() + "/Contents/Linux/Quillo";
+    return BUILD_FOLDER "/Quillo.app/Contents/Linux/Quillo";
 }
 
 std::string Home::ControlProgram() {
