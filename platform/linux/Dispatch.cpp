@@ -83,6 +83,6 @@ void dispatch_retain(dispatch_source_t source) {
 
 void dispatch_release(dispatch_source_t source) {
     if (source->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    platform::TimerQueue::Shared().Cancel(*source);
+    platform::TimerQueue::Shared().Forget(*source);
     delete source;
 }

@@ -22,6 +22,15 @@ uint64_t NextOnGrid(uint64_t deadline, uint64_t intervalNs, uint64_t now) {
     return next;
 }
 
+// A source whose last reference is just being given back can't be had any more: who gives it back will take it off the
+// heap.
+bool RetainUnlessGoing(dispatch_source_s& source) {
+    uint32_t count = source.references.load(std::memory_order_relaxed);
+    while (count > 0)
+        if (source.references.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
+    return false;
+}
+
 }  // namespace
 
 TimerQueue& TimerQueue::Shared() {
@@ -54,6 +63,11 @@ void TimerQueue::Cancel(dispatch_source_s& source) {
     source.cancelled = true;
     source.again = false;
     Erase(source);
+}
+
+// Who cancelled it had a reference, whose return made that known here: nothing is left to do then.
+void TimerQueue::Forget(dispatch_source_s& source) {
+    if (!source.cancelled) Cancel(source);
 }
 
 uint64_t TimerQueue::NextDeadline() {
@@ -95,17 +109,17 @@ dispatch_source_s* TimerQueue::TakeDue() {
     while (!heap.empty() && heap.front().deadline <= now) {
         dispatch_source_s& source = *heap.front().source;
         Erase(source);
+        if (!RetainUnlessGoing(source)) continue;
         if (source.intervalNs != DISPATCH_TIME_FOREVER) {
             source.deadline = NextOnGrid(source.deadline, source.intervalNs, now);
             Insert(source);
         }
-        if (source.running) {
-            source.again = true;
-            continue;
+        if (!source.running) {
+            source.running = true;
+            return &source;
         }
-        source.running = true;
-        dispatch_retain(&source);
-        return &source;
+        source.again = true;
+        source.references.fetch_sub(1, std::memory_order_relaxed);  // not the last one: who runs it has one
     }
     return nullptr;
 }

@@ -41,6 +41,8 @@ public:
     void SetTimer(dispatch_source_s& source, dispatch_time_t start, uint64_t intervalNs);
     void Resume(dispatch_source_s& source);
     void Cancel(dispatch_source_s& source);
+    // Its last reference was given back: after this nobody knows the source any more.
+    void Forget(dispatch_source_s& source);
 
     // The earliest deadline; DISPATCH_TIME_FOREVER when nothing is armed.
     uint64_t NextDeadline();

@@ -108,6 +108,16 @@ TEST(TimerSource, RealClockFiresOnAPoolThreadNotEarlyAndSideBySide) {
     released.acquire();
 }
 
+// Gives back the only reference to a source that is due, without having cancelled it.
+void ReleaseWhileItFires() {
+    const dispatch_source_t source =
+        dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_global_queue(0, 0));
+    dispatch_source_set_timer(source, DISPATCH_TIME_NOW, 1, 0);
+    dispatch_source_set_event_handler(source, [kept = std::make_shared<int>(1)] { EXPECT_EQ(*kept, 1); });
+    dispatch_resume(source);
+    dispatch_release(source);
+}
+
 TEST(TimerSource, CreationCancelAndFiringFromManyThreads) {
     static std::atomic<int> fired{0};  // an event in flight may outlive its timer
     std::vector<std::thread> threads;
@@ -116,6 +126,7 @@ TEST(TimerSource, CreationCancelAndFiringFromManyThreads) {
             for (int i = 0; i < 500; i++) {
                 Timer a(0, DISPATCH_TIME_FOREVER, [] { fired++; });
                 Timer b(kSecond, kSecond, [] {});
+                ReleaseWhileItFires();
             }
         });
     for (auto& thread : threads) thread.join();
