@@ -1,6 +1,8 @@
 #include "text/LPrintf.h"
 #include "text/LStringShort.h"
 
+#include <bit>
+#include <cfloat>
 #include <chrono>
 #include <climits>
 #include <cmath>
@@ -8,7 +10,9 @@
 #include <ctime>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -76,6 +80,24 @@ TEST(LPrintf, IntegersAreWhatTheSystemPrints) {
 
 // Conversions longer than the scratch are cut to its 259 characters; huge numbers in the format neither change that
 // text nor make the system's formatter work through them.
+// The same for real numbers: halves that round either way, the ends of the range, and any.
+TEST(LPrintf, RealNumbersAreWhatTheSystemPrints) {
+    std::vector<double> values = {
+        0.0,     -0.0,    0.5,    1.5,      2.5,       0.125, 0.375, -2.675, 1e15, 1e22,
+        DBL_MAX, DBL_MIN, 5e-324, INFINITY, -INFINITY, NAN,   0.05,  99.995, 1e-7, 123456789.987654321};
+    std::mt19937_64 random(1);
+    while (values.size() < 5000) values.push_back(std::bit_cast<double>(random()));
+    while (values.size() < 10000) values.push_back(static_cast<double>(random() % 2'000'000'000) / 1024 - 1e6);
+    for (const char* run : {"", ".", ".0", ".1", ".2", ".17", ".99", "8.3", "08.2", "3", "..2", ".2.", ".100"}) {
+        const std::string format = std::string("%") + run + "f";
+        for (const double value : values) {
+            char expected[260] = "";
+            if (snprintf(expected, sizeof expected, format.c_str(), value) < 0) expected[0] = 0;
+            ASSERT_EQ(Printed(format.c_str(), value), expected) << format << " of " << value;
+        }
+    }
+}
+
 TEST(LPrintf, LongConversionsAreCutAtOnce) {
     const char* const runs[] = {"300",       "0300",      ".300",      "400.300",    "300.400",
                                 "4000",      "4200.4100", "4100.4200", "04500.4100", "8000.4001",
