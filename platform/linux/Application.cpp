@@ -5,6 +5,7 @@
 #include "MainQueue.h"
 #include "SingleInstance.h"
 #include "UserDefaultsFile.h"
+#include "UserDefaultsStore.h"
 
 #include <AppKit/AppKit.h>
 #include <dispatch/exit_gate.h>
@@ -105,8 +106,8 @@ void IgnoreSignalsOfWriting() {
     for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
 }
 
-int Refuse(const char* what) {
-    std::fprintf(stderr, "%s: %s\n", MainBundleUserDefaultsPath().c_str(), what);
+int Refuse(const std::string& store, const char* what) {
+    std::fprintf(stderr, "%s: %s\n", store.c_str(), what);
     return EXIT_FAILURE;
 }
 
@@ -122,23 +123,26 @@ int NSApplicationMain(int, char**) {
     OpenStandardDescriptors();
     IgnoreSignalsOfWriting();
     const sigset_t signals = SignalWatcher::Block();
+    const std::string store = MainBundleUserDefaultsPath();
+    if (store.empty()) return Refuse("the application's bundle cannot be read", std::strerror(errno));
     // Immortal all: the process ends by exit on another thread while this one waits for events.
-    static SingleInstance& instance = *new SingleInstance(MainBundleUserDefaultsPath());
+    static SingleInstance& instance = *new SingleInstance(store);
     switch (instance.Claim(kReopenTimeoutMs)) {
     case SingleInstance::Outcome::Alone:
         break;
     case SingleInstance::Outcome::HandedOver:
         return EXIT_SUCCESS;
     case SingleInstance::Outcome::Unanswered:
-        return Refuse("another instance holds the lock and does not answer");
+        return Refuse(store, "another instance holds the lock and does not answer");
     case SingleInstance::Outcome::Unavailable:
-        return Refuse(std::strerror(errno));
+        return Refuse(store, std::strerror(errno));
     }
+    SetStandardUserDefaults(store);  // the one that is locked, whatever the bundle says if it is asked again
     static NSApplicationDelegate& delegate = *DelegateMaker()().release();
     static SignalWatcher& ending = *new SignalWatcher(delegate);
-    if (!ending.Start(signals)) return Refuse(std::strerror(errno));
+    if (!ending.Start(signals)) return Refuse(store, std::strerror(errno));
     static ReopenWatcher& reopening = *new ReopenWatcher(delegate, instance.ListenForReopen());
-    if (!reopening.Start()) return Refuse(std::strerror(errno));
+    if (!reopening.Start()) return Refuse(store, std::strerror(errno));
     {
         ExitGatePassage passage;
         delegate.applicationDidFinishLaunching();

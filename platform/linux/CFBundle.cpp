@@ -1,12 +1,17 @@
 #include "CFObject.h"
 #include "InfoPlist.h"
 #include "MainBundle.h"
+#include "Passing.h"
 
 #include <bsd/LMutex.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -25,10 +30,14 @@ CFBundleRef MakeBundle(const std::string& root) {
     std::error_code error;
     if (!std::filesystem::is_directory(root, error)) return nullptr;
     std::vector<std::pair<std::string, CFHolder<CFString>>> info;
-    if (const auto plist = platform::ReadInfoPlist(root)) {
+    // A bundle whose version can't be read is not started.
+    std::optional<platform::InfoPlist> plist;
+    if (platform::Persist([&] { return (plist = platform::ReadInfoPlist(root)).has_value(); })) {
         for (const auto& [key, text] : plist->strings) {
             if (CFStringRef string = platform::CFStringFromUtf8(text)) info.emplace_back(key, string);
         }
+    } else if (platform::IsPassing(errno)) {
+        std::fprintf(stderr, "%s: its Info.plist cannot be read: %s\n", root.c_str(), std::strerror(errno));
     }
     return platform::MakeCF<CFBundle>(root, std::move(info));
 }

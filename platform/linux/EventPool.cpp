@@ -20,7 +20,9 @@ EventPool::EventPool() : writeRelay(*this), wake(eventfd(0, EFD_CLOEXEC | EFD_NO
 }
 
 void EventPool::EnsureThread() {
-    if (threads.load(std::memory_order_relaxed) == 0) StartThread();
+    if (threads.load(std::memory_order_relaxed) != 0 || StartThread()) return;
+    std::fprintf(stderr, "event pool: no thread can be started\n");  // nothing would ever be handled, not even the end
+    std::abort();
 }
 
 // All signals stay blocked in the pool's threads: they belong to the main thread and to the layer's signalfd.

@@ -4,6 +4,7 @@
 #include "Descriptor.h"
 #include "PropertyListReader.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -72,8 +73,10 @@ std::optional<InfoPlist> ReadInfoPlist(const std::string& bundleRoot) {
     struct stat status {};
     if (!file || ::fstat(file.Get(), &status) != 0) return std::nullopt;
     std::string bytes;
-    if (ReadRegularFile(FileCalls::System(), file.Get(), status, kMaxFile, bytes) != 0) return std::nullopt;
-    return ParseInfoPlist(bytes);
+    const int error = ReadRegularFile(FileCalls::System(), file.Get(), status, kMaxFile, bytes);
+    auto info = error == 0 ? ParseInfoPlist(bytes) : std::nullopt;
+    if (!info) errno = error == 0 ? EINVAL : error;
+    return info;
 }
 
 }  // namespace platform

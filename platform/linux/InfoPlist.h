@@ -23,8 +23,8 @@ struct InfoPlist {
     const std::string* String(std::string_view key) const;
 };
 
-// Reads a bundle's file; nothing when there is none, or none that can be used. A few tens of microseconds for a usual
-// file.
+// Reads a bundle's file; nothing when there is none (errno: ENOENT or ENOTDIR), when it cannot be used (EINVAL) or not
+// be read now (any other). A few tens of microseconds for a usual file.
 std::optional<InfoPlist> ReadInfoPlist(const std::string& bundleRoot);
 
 // The same from the file's bytes.

@@ -15,21 +15,23 @@ bool RemoveSuffix(std::string_view& text, std::string_view suffix) {
     return true;
 }
 
+// "" when that can't be told now.
 std::string OwnBundleRoot() {
     const auto program = ProgramOfLink("/proc/self/exe");
-    if (!program) return "/";
+    if (!program) return "";
     if (auto bundle = BundleOfProgram(*program)) return *bundle;
     const size_t slash = program->rfind('/');
     return slash == std::string::npos || slash == 0 ? "/" : program->substr(0, slash);
 }
 
-struct Override {
+struct Roots {
     LMutex mutex;
-    std::string root L_GUARDED_BY(mutex);
+    std::string own L_GUARDED_BY(mutex);
+    std::string replacement L_GUARDED_BY(mutex);
 };
 
-Override& TheOverride() {
-    static Override& instance = *new Override;
+Roots& TheRoots() {
+    static Roots& instance = *new Roots;
     return instance;
 }
 
@@ -62,19 +64,17 @@ std::optional<std::string> ProgramOfLink(const std::string& link) {
 }
 
 std::string MainBundleRoot() {
-    {
-        Override& replaced = TheOverride();
-        LMutexLock lock(replaced.mutex);
-        if (!replaced.root.empty()) return replaced.root;
-    }
-    static const std::string& own = *new std::string(OwnBundleRoot());
-    return own;
+    Roots& roots = TheRoots();
+    LMutexLock lock(roots.mutex);
+    if (!roots.replacement.empty()) return roots.replacement;
+    if (roots.own.empty()) roots.own = OwnBundleRoot();
+    return roots.own;
 }
 
 void SetMainBundleRoot(std::string root) {
-    Override& replaced = TheOverride();
-    LMutexLock lock(replaced.mutex);
-    replaced.root = std::move(root);
+    Roots& roots = TheRoots();
+    LMutexLock lock(roots.mutex);
+    roots.replacement = std::move(root);
 }
 
 }  // namespace platform

@@ -15,7 +15,8 @@ std::optional<std::string> BundleOfProgram(std::string_view programPath);
 // was replaced or removed. Nothing when the link can't be read.
 std::optional<std::string> ProgramOfLink(const std::string& link);
 
-// The running program's bundle; for a bare executable its folder; "/" when the system doesn't tell. No trailing slash.
+// The running program's bundle; for a bare executable its folder; "" (errno) when the system doesn't tell now. No
+// trailing slash.
 std::string MainBundleRoot();
 
 // Test seam: what MainBundleRoot answers from now on ("": the program's own again).

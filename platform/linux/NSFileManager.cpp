@@ -1,5 +1,6 @@
 #include <Foundation/NSFileManager.h>
 
+#include <cerrno>
 #include <sys/stat.h>
 
 NSFileManager& NSFileManager::defaultManager() {
@@ -9,5 +10,7 @@ NSFileManager& NSFileManager::defaultManager() {
 
 bool NSFileManager::fileExistsAtPath(const NSString& path) const {
     struct stat info;
-    return path && ::stat(path.UTF8String(), &info) == 0;
+    if (!path) return false;
+    if (::stat(path.UTF8String(), &info) == 0) return true;
+    return errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != ENAMETOOLONG;
 }

@@ -1,5 +1,6 @@
 #include "ChildProcess.h"
 #include "InfoPlist.h"
+#include "Passing.h"
 
 #include <AppKit/AppKit.h>
 #include <bsd/LMutex.h>
@@ -12,17 +13,14 @@
 #include <fcntl.h>
 #include <map>
 #include <optional>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace platform {
 
 namespace {
-
-constexpr uint32_t kRetryMs = 100;
-constexpr uint32_t kPatienceMs = 5'000;  // half of the time by which schedules are ahead
 
 // One bundle, by device and inode: the same one may be named by many paths.
 using BundleIdentity = std::pair<dev_t, ino_t>;
@@ -47,16 +45,23 @@ Launches& TheLaunches() {
 
 bool IsRegularFile(const std::string& path) {
     struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    if (::stat(path.c_str(), &info) != 0) return false;
+    errno = ENOENT;
+    return S_ISREG(info.st_mode);
 }
 
+// Nothing (errno) when there is none, or none to be found now.
 std::optional<std::string> ExecutableOfBundle(const std::string& bundle) {
     const auto info = ReadInfoPlist(bundle);
-    const std::string* const name = info ? info->String("CFBundleExecutable") : nullptr;
+    if (!info) return std::nullopt;
+    const std::string* const name = info->String("CFBundleExecutable");
+    errno = ENOENT;
     if (!name || name->empty() || name->find('/') != std::string::npos)
         return std::nullopt;  // no way out of the bundle
-    for (const char* folder : {"/Contents/Linux/", "/Contents/MacOS/"})
+    for (const char* folder : {"/Contents/Linux/", "/Contents/MacOS/"}) {
         if (std::string path = bundle + folder + *name; IsRegularFile(path)) return path;
+        if (IsPassing(errno)) break;
+    }
     return std::nullopt;
 }
 
@@ -95,23 +100,24 @@ int Spawn(const std::string& executable, pid_t& pid) {
     return ::posix_spawn(&pid, executable.c_str(), &settings.actions, &settings.attributes, arguments, environ);
 }
 
-// What may be over in a moment: the program file is being written by an update, or the system is short of something.
-bool IsPassing(int error) {
-    return error == ETXTBSY || error == EAGAIN || error == ENOMEM || error == EMFILE || error == ENFILE;
-}
-
 std::shared_ptr<ChildProcess> Start(const std::string& bundle) {
-    for (uint32_t waitedMs = 0;; waitedMs += kRetryMs) {
+    pid_t pid = 0;
+    bool isReported = false;
+    const auto report = [&](const char* when, int error) {
+        fprintf(stderr, "%s cannot be launched%s: %s\n", bundle.c_str(), when, strerror(error));
+        errno = error;
+        return false;
+    };
+    const bool isStarted = Persist([&] {
         const auto executable = ExecutableOfBundle(bundle);
-        pid_t pid = 0;
-        const int error = executable ? Spawn(*executable, pid) : ENOENT;
-        if (error == 0) return ChildProcess::Watch(pid);
-        const bool again = IsPassing(error) && waitedMs < kPatienceMs;
-        if (!again || waitedMs == 0)
-            fprintf(stderr, "%s cannot be launched%s: %s\n", bundle.c_str(), again ? " yet" : "", strerror(error));
-        if (!again) return nullptr;
-        ::poll(nullptr, 0, kRetryMs);
-    }
+        const int error = executable ? Spawn(*executable, pid) : errno;
+        if (error != 0 && IsPassing(error) && !std::exchange(isReported, true)) return report(" yet", error);
+        errno = error;
+        return error == 0;
+    });
+    if (isStarted) return ChildProcess::Watch(pid);
+    report("", errno);
+    return nullptr;
 }
 
 }  // namespace
@@ -129,7 +135,7 @@ NSWorkspace& NSWorkspace::sharedWorkspace() {
 bool NSWorkspace::launchApplication(const NSString& path) L_NO_THREAD_SAFETY_ANALYSIS {
     using namespace platform;
     struct stat info {};
-    if (!path || ::stat(path.UTF8String(), &info) != 0) return false;
+    if (!path || !Persist([&] { return ::stat(path.UTF8String(), &info) == 0; })) return false;
     Launches& launches = TheLaunches();
     std::unique_lock lock(launches.mutex.Native());
     Launch& launch = launches.byBundle[{info.st_dev, info.st_ino}];  // never removed: references stay valid

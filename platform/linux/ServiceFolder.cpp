@@ -1,5 +1,7 @@
 #include "ServiceFolder.h"
 
+#include "Passing.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -25,12 +27,14 @@ std::vector<std::string> Candidates() {
     return folders;
 }
 
-// A folder that is ours, no link, and closed to everybody else.
+// A folder that is ours, no link, and closed to everybody else; else nothing (errno; EPERM for one of others).
 Descriptor OpenChecked(const std::string& path) {
     Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat info {};
-    if (!folder || fstat(folder.Get(), &info) != 0 || info.st_uid != geteuid() || (info.st_mode & 077)) return {};
-    return folder;
+    if (!folder || fstat(folder.Get(), &info) != 0) return {};
+    if (info.st_uid == geteuid() && !(info.st_mode & 077)) return folder;
+    errno = EPERM;
+    return {};
 }
 
 // The address of `name` in an open folder, by way of the process's own descriptor table.
@@ -113,6 +117,7 @@ ServiceSocket BindService(const std::string& name) {
     for (const std::string& path : Candidates()) {
         if (path.starts_with("/tmp/")) mkdir(path.c_str(), 0700);
         const Descriptor folder = OpenChecked(path);
+        if (!folder && IsPassing(errno)) return {};  // clients will look there
         if (!folder) continue;
         const std::string lockName = name + ".lock";
         ServiceSocket service;

@@ -47,16 +47,19 @@ std::string UserDefaultsPath(const std::string& bundleIdentifier) {
 }
 
 std::string MainBundleUserDefaultsPath() {
-    const auto info = ReadInfoPlist(MainBundleRoot());
+    const std::string root = MainBundleRoot();
+    if (root.empty()) return "";
+    const auto info = ReadInfoPlist(root);
+    if (!info && errno != ENOENT && errno != ENOTDIR) return "";
     const std::string* identifier = info ? info->String("CFBundleIdentifier") : nullptr;
     if (identifier && IsFileName(*identifier)) return UserDefaultsPath(*identifier);
-    const std::string program = ProgramOfLink("/proc/self/exe").value_or("unknown");
-    return UserDefaultsPath(program.substr(program.rfind('/') + 1));  // npos + 1 is 0
+    const auto program = ProgramOfLink("/proc/self/exe");
+    return program ? UserDefaultsPath(program->substr(program->rfind('/') + 1)) : "";  // npos + 1 is 0
 }
 
 UserDefaultsFile::Reading UserDefaultsFile::Read(NSDictionary& content) {
     std::string bytes;
-    const int error = ReadOwnFile(calls, path, bytes);
+    const int error = path.empty() ? EINVAL : ReadOwnFile(calls, path, bytes);
     content = NSMutableDictionary();
     if (error == ENOENT) return Reading::Done;
     if (error != 0 && error != EFBIG) {

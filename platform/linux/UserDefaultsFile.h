@@ -26,8 +26,9 @@ namespace platform {
 
 // Where the defaults of an application lie: $XDG_CONFIG_HOME/<bundle identifier>.plist, ~/.config by default.
 std::string UserDefaultsPath(const std::string& bundleIdentifier);
-// The same for the running program; without a bundle identifier it goes by the program's name. The application's
-// single-instance lock is this path with ".lock" at its end.
+// The same for the running program; without an Info.plist or an identifier in it, it goes by the program's name. The
+// application's single-instance lock is this path with ".lock" at its end. "" (errno) when what the bundle says can't
+// be read: under another name there would be another store, without the schedules.
 std::string MainBundleUserDefaultsPath();
 
 class UserDefaultsFile {

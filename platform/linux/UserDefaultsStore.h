@@ -49,8 +49,8 @@ private:
     uint64_t writtenState L_GUARDED_BY(entriesMutex) = 0;  // the one on disk
 };
 
-// Test seam: gives NSUserDefaults::standardUserDefaults() a fresh store of another file. Not while anybody uses the old
-// one.
+// Gives NSUserDefaults::standardUserDefaults() a fresh store of this file: the application's, once it holds the lock
+// for it, or a test's. Not while anybody uses the old one.
 void SetStandardUserDefaults(const std::string& path, FileCalls& calls = FileCalls::System());
 
 }  // namespace platform

@@ -25,7 +25,14 @@ void XPCListener::Resume() {
     if (resumed) return;
     resumed = true;
     references.fetch_add(1, std::memory_order_relaxed);  // the registration's
-    if (!MainQueue::Shared().Events().Add(service.socket.Get(), EPOLLIN, *this)) std::perror("listening");
+    Listen();
+}
+
+// Once the main thread is the queue's, nobody starts the service a second time: it is tried until it works.
+void XPCListener::Listen() {
+    if (!service.socket || MainQueue::Shared().Events().Add(service.socket.Get(), EPOLLIN, *this)) return;
+    std::perror("listening");
+    pause.Then([self = XPCRef<XPCListener>::Retain(this)] { self->Listen(); });
 }
 
 // On the main thread, which therefore doesn't wait on its set: no event of the socket is on its way.

@@ -24,6 +24,7 @@ public:
 private:
     explicit XPCListener(ServiceSocket bound);
     void OnReady(uint32_t events) override;
+    void Listen();
     bool AcceptOne();
     void Arm();
 

@@ -75,6 +75,12 @@ bool Program::AwaitOutput(const std::string& text, size_t times) {
     return true;
 }
 
+bool Program::IsRunning() const {
+    siginfo_t ended{};
+    return pid > 0 && waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           ended.si_pid == 0;
+}
+
 void Program::Signal(int number) const {
     kill(pid, number);
 }

@@ -19,6 +19,7 @@ public:
     // Everything read up to now.
     const std::string& Output() const { return output; }
     pid_t Pid() const { return pid; }
+    bool IsRunning() const;
     void Signal(int number) const;
     // The exit status; 1000 + the signal's number when one ended it; -1 when it still runs after 15 s.
     int AwaitEnd();

@@ -1,4 +1,5 @@
 #include "DefaultsEntries.h"
+#include "MainBundle.h"
 #include "PropertyListReader.h"
 #include "UserDefaultsStore.h"
 #include "support/FaultyFileCalls.h"
@@ -92,6 +93,28 @@ TEST(UserDefaults, ValuesComeBackAsTheyWere) {
     EXPECT_FALSE(again.Find(S("number1")).Number().IsBool());
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms{0600});
     EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+}
+
+// Under another name there would be another store, without what is stored.
+TEST(UserDefaults, APathIsKnownOnlyWhereTheBundleCanBeRead) {
+    const TempFolder folder;
+    const auto nameFor = [&](const std::function<void()>& make) {
+        std::filesystem::remove_all(folder.Join("A.app"));
+        folder.MakeFolder("A.app/Contents");
+        make();
+        platform::SetMainBundleRoot(folder.Join("A.app"));
+        const std::string path = platform::MainBundleUserDefaultsPath();
+        platform::SetMainBundleRoot("");
+        return path.substr(path.rfind('/') + 1);
+    };
+    const auto content = [&](const std::string& plist) {
+        return [&folder, plist] { folder.Write("A.app/Contents/Info.plist", plist); };
+    };
+    EXPECT_EQ(nameFor(content(XmlOf("<dict><key>CFBundleIdentifier</key><string>a.b</string></dict>"))), "a.b.plist");
+    EXPECT_EQ(nameFor(content(XmlOf("<dict/>"))), "platform_tests.plist");
+    EXPECT_EQ(nameFor([] {}), "platform_tests.plist");
+    EXPECT_EQ(nameFor(content("damaged")), "");
+    EXPECT_EQ(nameFor([&] { folder.MakeFolder("A.app/Contents/Info.plist"); }), "");
 }
 
 TEST(UserDefaults, WritesOnlyWhatChanged) {

@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
         size_t kills = 0, failures = 0;
         ForEach(length, [&](CrashStates::Begin begin, const Requests& requests) {
             for (int call = 1; killed.TryAfterKill(begin, requests, call); call++) kills++;
-            for (int call = 1; failed.TryAfterFailure(begin, requests, call, EIO); call++) failures++;
+            for (int call = 1; failed.TryAfterFailure(begin, requests, {call, EIO, false}); call++) failures++;
         });
         Report(stress, "kills before the last of " + std::to_string(length) + " requests", kills, killed);
         Report(stress, "failed calls before the last of " + std::to_string(length) + " requests", failures, failed);

@@ -3,7 +3,6 @@
 #include "PropertyListReader.h"
 #include "UserDefaultsStore.h"
 #include "VirtualClock.h"
-#include "support/FaultyFileCalls.h"
 #include "support/ObservedScheduler.h"
 
 #include <algorithm>
@@ -137,12 +136,17 @@ public:
         Answered();
     }
 
-    bool Fail(const StoreRequest& request, int call, int error) {
-        faults.Arm({call, error, false});
+    bool Fail(const StoreRequest& request, FaultyFileCalls::Fault failure) {
+        faults.Arm(failure);
         Do(request);
         const bool hasFired = faults.HasFired();
         faults.Arm({});
         return hasFired;
+    }
+    // Whether a reader finds the file in the last state, or in the one before.
+    bool IsWhole(bool isLast) const {
+        const auto found = SchedulesIn(disk.BytesOf(kStore));
+        return found == expected.back() || (!isLast && found == expected[expected.size() - 2]);
     }
 
     struct Moment {
@@ -226,17 +230,17 @@ void CrashStates::Judge(const Run& run, const std::string& what) {
             while (first < behind && run.Expected(first) != outcome.schedules) first++;
             return first < behind;
         };
-        const auto report = [&](Fault fault, const char* text) {
-            violations.push_back({fault, moment.amidRequest, what + ": " + text});
+        const auto report = [&](Loss loss, const char* text) {
+            violations.push_back({loss, moment.amidRequest, what + ": " + text});
         };
         if (outcome.isDamaged)
-            report(Fault::Damaged, "the file is damaged");
+            report(Loss::Damaged, "the file is damaged");
         else if (isOneOf(0, oldest) && !isOneOf(oldest, end))
-            report(Fault::Lost, "what was answered is lost");
+            report(Loss::Lost, "what was answered is lost");
         else if (!isOneOf(oldest, end))
-            report(Fault::Mixed, "not one whole state");
+            report(Loss::Mixed, "not one whole state");
         else if (!outcome.goesOn)
-            report(Fault::Stuck, "the next schedule isn't stored beside the others");
+            report(Loss::Stuck, "the next schedule isn't stored beside the others");
     }
 }
 
@@ -267,16 +271,21 @@ bool CrashStates::TryAfterKill(Begin begin, const Requests& requests, int call) 
     return true;
 }
 
-bool CrashStates::TryAfterFailure(Begin begin, const Requests& requests, int call, int error) {
+bool CrashStates::TryAfterFailure(Begin begin, const Requests& requests, FaultyFileCalls::Fault failure) {
+    const std::string what = TextOf(begin, requests) + ", call " + std::to_string(failure.call) +
+                             " of the last but one failed " + (failure.forGood ? "for good" : "once") + " with error " +
+                             std::to_string(failure.error);
     Run run(*this, begin);
     for (size_t i = 0; i + 2 < requests.size(); i++) {
         run.Do(requests[i]);
         run.Answered();
     }
-    if (!run.Fail(requests[requests.size() - 2], call, error)) return false;
+    if (!run.Fail(requests[requests.size() - 2], failure)) return false;
+    if (!run.IsWhole(false)) violations.push_back({Loss::Mixed, true, what + ": the file is no whole state"});
     run.Watch();
     run.Do(requests.back());
     run.Finish();
-    Judge(run, TextOf(begin, requests) + ", call " + std::to_string(call) + " of the last but one failed");
+    if (!run.IsWhole(true)) violations.push_back({Loss::Lost, false, what + ": the file is not what memory holds"});
+    Judge(run, what);
     return true;
 }

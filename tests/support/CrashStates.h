@@ -9,6 +9,7 @@
 // Loaded is what would fire. One thread; it replaces the clock and the standard defaults while it works.
 #pragma once
 
+#include "support/FaultyFileCalls.h"
 #include "support/MemoryDisk.h"
 #include "support/StoreProtocols.h"
 
@@ -34,9 +35,9 @@ public:
 
     static constexpr long kNow = 1'795'564'800;  // when requests are carried out and images loaded
 
-    enum class Fault { Damaged, Mixed, Lost, Stuck };
+    enum class Loss { Damaged, Mixed, Lost, Stuck };
     struct Violation {
-        Fault fault;
+        Loss loss;
         bool amidRequest;  // the power failed before the last request's last call
         std::string text;
     };
@@ -47,8 +48,9 @@ public:
     // The same, but before the `call`-th file call of the last request but one the program is killed, and a new one
     // goes on; what it finds stored counts as answered. False: that request makes no such call.
     bool TryAfterKill(Begin begin, const Requests& requests, int call);
-    // The same, but the `call`-th file call of the last request but one fails. False: it makes no such call.
-    bool TryAfterFailure(Begin begin, const Requests& requests, int call, int error);
+    // The same, but a file call of the last request but one fails; the file must be one whole state behind it, and what
+    // memory holds behind the last request. False: that request makes no such call.
+    bool TryAfterFailure(Begin begin, const Requests& requests, FaultyFileCalls::Fault failure);
 
     size_t PowerFailures() const { return moments; }
     size_t ImagesJudged() const { return judged; }         // over all moments

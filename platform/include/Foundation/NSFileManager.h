@@ -7,6 +7,7 @@ class NSFileManager {
 public:
     static NSFileManager& defaultManager();
 
-    // True when something stands at the path; links are followed.
+    // False when nothing stands at the path; links are followed. Where that can't be told (no memory, a volume that
+    // doesn't answer) the answer is true: callers drop what belongs to a missing file.
     bool fileExistsAtPath(const NSString& path) const;
 };

@@ -9,7 +9,7 @@
 
 namespace {
 
-using Fault = CrashStates::Fault;
+using Loss = CrashStates::Loss;
 
 const CrashStates::Requests kAdds{{StoreRequest::Add, "A", CrashStates::kNow + 70},
                                   {StoreRequest::Add, "B", CrashStates::kNow + 80}};
@@ -37,7 +37,7 @@ TEST_F(CrashStatesTest, TheStoreSurvivesEveryPowerFailure) {
         for (int call = 1; states.TryAfterKill(begin, kAdds, call); call++) {
         }
         for (const CrashStates::Requests& requests : {kAdds, CrashStates::Requests(2, {StoreRequest::DeleteAll})})
-            for (int call = 1; states.TryAfterFailure(begin, requests, call, EIO); call++) {
+            for (int call = 1; states.TryAfterFailure(begin, requests, {call, EIO, false}); call++) {
             }
     }
     for (const auto& violation : states.Violations()) ADD_FAILURE() << violation.text;
@@ -48,17 +48,17 @@ TEST_F(CrashStatesTest, EachBrokenStoreIsFoundOutForItsOwnReason) {
     struct {
         const char* name;
         StoreProtocol protocol;
-        std::set<std::pair<Fault, bool>> reasons;  // what is wrong, and whether amid the last request
+        std::set<std::pair<Loss, bool>> reasons;  // what is wrong, and whether amid the last request
     } const cases[] = {
-        {"no sync of the file", WithoutSyncOfTheFile(), {{Fault::Damaged, true}, {Fault::Damaged, false}}},
-        {"no sync of the folder", WithoutSyncOfTheFolder(), {{Fault::Lost, true}, {Fault::Lost, false}}},
-        {"in place", WritingInPlace(), {{Fault::Damaged, true}, {Fault::Mixed, true}}},
-        {"answers first", AnsweringFirst(), {{Fault::Lost, true}}},
+        {"no sync of the file", WithoutSyncOfTheFile(), {{Loss::Damaged, true}, {Loss::Damaged, false}}},
+        {"no sync of the folder", WithoutSyncOfTheFolder(), {{Loss::Lost, true}, {Loss::Lost, false}}},
+        {"in place", WritingInPlace(), {{Loss::Damaged, true}, {Loss::Mixed, true}}},
+        {"answers first", AnsweringFirst(), {{Loss::Lost, true}}},
     };
     for (const auto& [name, protocol, reasons] : cases) {
-        std::set<std::pair<Fault, bool>> found;
+        std::set<std::pair<Loss, bool>> found;
         const CrashStates states = Tried(protocol);
-        for (const auto& violation : states.Violations()) found.emplace(violation.fault, violation.amidRequest);
+        for (const auto& violation : states.Violations()) found.emplace(violation.loss, violation.amidRequest);
         EXPECT_EQ(found, reasons) << name;
     }
 }
