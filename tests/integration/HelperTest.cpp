@@ -260,13 +260,12 @@ TEST_F(HelperTest, EndsWellOnSigtermWhileItServesAndComesBackWithItsSchedules) {
 }
 
 TEST_F(HelperTest, StartsOnlyTheVersionThatItBelongsTo) {
-    // The wrong ones are due first: when the right ones have come up, their turn is over.
-    const time_t launch = time(nullptr) + 2;
     std::vector<StoredSchedule> schedules;
-    for (const char* version : {"2.13", "3.0", "2.140"})
-        schedules.push_back(Once(version, home.CopyQuillo(version, version), launch));
-    for (const char* version : {"2.14", "2.14.2"})
-        schedules.push_back(Once(version, home.CopyQuillo(version, version), launch + 1));
+    for (const char* version : {"2.13", "3.0", "2.140", "2.14", "2.14.2"})
+        schedules.push_back(Once(version, home.CopyQuillo(version, version), 0));
+    // The wrong ones are due first: when the right ones have come up, their turn is over. Copying has taken its time.
+    const time_t launch = time(nullptr) + 2;
+    for (size_t i = 0; i < schedules.size(); i++) schedules[i].launch = i < 3 ? launch : launch + 1;
     schedules.push_back(Once("again", schedules[3].appPath, launch + 1));
     home.WriteStore(schedules);
     Program helper(Helper(), home.Environment());

@@ -251,7 +251,7 @@ double WallMs() {
 
 void DueInTheHelper(Stress& stress, uint64_t count) {
     Stage stage;
-    const time_t launch = time(nullptr) + 4;
+    const time_t launch = time(nullptr) + 5;
     stage.home.WriteStore(OneTimeSchedules(count, stage.other, launch));
     Program helper({Home::HelperProgram()}, stage.home.Environment());
     if (!stage.home.AwaitService()) return stress.Figure("the helper does not serve: " + helper.Output(), false);
@@ -274,7 +274,7 @@ void DueInTheHelper(Stress& stress, uint64_t count) {
 // A helper with many schedules far away serves, adds and starts as one with few does.
 void ManyStored(Stress& stress, size_t count) {
     Stage stage;
-    const time_t launch = time(nullptr) + 4;
+    const time_t launch = time(nullptr) + 5;
     auto schedules = OneTimeSchedules(count, stage.other, kFarAway);
     schedules.push_back({kMainAppBundleId, stage.other, "due", launch, false, false, 0});
     stage.home.WriteStore(schedules);
