@@ -3,6 +3,7 @@
 #include <bsd/LMutex.h>
 #include <bsd/mount.h>
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <system_error>
+#include <utility>
 
 namespace platform {
 
@@ -60,8 +62,20 @@ std::string Unescape(std::string_view text) {
     return plain;
 }
 
-bool IsDevice(std::string_view majorAndMinor, dev_t device) {
-    return majorAndMinor == std::to_string(major(device)) + ":" + std::to_string(minor(device));
+// 36 35 98:0 /root/of/mount /mount/point options optional… - type source options
+Mount ReadLine(std::string_view line) {
+    constexpr std::string_view kSeparator = " - ";
+    Mount mount;
+    Take(line, ' ');
+    Take(line, ' ');
+    mount.device = Take(line, ' ');
+    Take(line, ' ');
+    mount.point = Unescape(Take(line, ' '));
+    line.remove_prefix(std::min(line.find(kSeparator), line.size()));
+    line.remove_prefix(std::min(kSeparator.size(), line.size()));
+    mount.type = Unescape(Take(line, ' '));
+    mount.source = Unescape(Take(line, ' '));
+    return mount;
 }
 
 bool LiesBelow(std::string_view path, std::string_view folder) {
@@ -71,24 +85,36 @@ bool LiesBelow(std::string_view path, std::string_view folder) {
 
 }  // namespace
 
-std::optional<std::string> FindMountPoint(std::string_view table, std::string_view realPath, dev_t device) {
-    std::optional<std::string> found;
-    bool foundOnDevice = false;
+std::optional<Mount> FindMountInTable(std::string_view table, std::string_view realPath, dev_t device) {
+    std::optional<Mount> found;
+    const std::string wanted = std::to_string(major(device)) + ":" + std::to_string(minor(device));
     while (!table.empty()) {
-        // 36 35 98:0 /root/of/mount /mount/point options …
-        std::string_view line = Take(table, '\n');
-        Take(line, ' ');
-        Take(line, ' ');
-        const bool onDevice = IsDevice(Take(line, ' '), device);
-        Take(line, ' ');
-        std::string mountPoint = Unescape(Take(line, ' '));
-        if (mountPoint.empty() || !LiesBelow(realPath, mountPoint) || (foundOnDevice && !onDevice)) continue;
-        const bool better = !found || onDevice != foundOnDevice || mountPoint.size() >= found->size();
-        if (!better) continue;
-        found = std::move(mountPoint);
-        foundOnDevice = onDevice;
+        Mount mount = ReadLine(Take(table, '\n'));
+        if (mount.point.empty() || !LiesBelow(realPath, mount.point)) continue;
+        const bool onDevice = mount.device == wanted, foundOnDevice = found && found->device == wanted;
+        const bool isBetter =
+            onDevice == foundOnDevice ? !found || mount.point.size() >= found->point.size() : onDevice;
+        if (isBetter) found = std::move(mount);
     }
     return found;
+}
+
+std::optional<Mount> FindMount(const char* path) {
+    struct stat status {};
+    if (!path || ::stat(path, &status) != 0) return std::nullopt;
+    std::error_code error;
+    const std::string real = std::filesystem::canonical(path, error).string();
+    if (error) return std::nullopt;
+    return FindMountInTable(MountTableText(), real, status.st_dev);
+}
+
+bool IsNetworkType(std::string_view type) {
+    static constexpr std::string_view kTypes[] = {
+        "nfs",         "nfs4",      "cifs",           "smb3",           "smbfs",          "9p",
+        "ceph",        "afs",       "ncpfs",          "davfs",          "coda",           "lustre",
+        "beegfs",      "glusterfs", "fuse.sshfs",     "fuse.ceph",      "fuse.curlftpfs", "fuse.davfs",
+        "fuse.rclone", "fuse.s3fs", "fuse.glusterfs", "fuse.gvfsd-fuse"};
+    return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
 }
 
 void SetMountTable(std::optional<std::string> text) {
@@ -100,10 +126,16 @@ void SetMountTable(std::optional<std::string> text) {
 }  // namespace platform
 
 std::optional<std::string> mount_point_of(const char* path) {
-    struct stat status {};
-    if (!path || ::stat(path, &status) != 0) return std::nullopt;
-    std::error_code error;
-    const std::string real = std::filesystem::canonical(path, error).string();
-    if (error) return std::nullopt;
-    return platform::FindMountPoint(platform::MountTableText(), real, status.st_dev);
+    auto mount = platform::FindMount(path);
+    return mount ? std::optional(std::move(mount->point)) : std::nullopt;
+}
+
+std::optional<std::string> volume_type_of(const char* path) {
+    const auto mount = platform::FindMount(path);
+    if (!mount) return std::nullopt;
+    static constexpr std::pair<std::string_view, const char*> kNames[] = {
+        {"vfat", "FAT32"}, {"msdos", "FAT16"}, {"ntfs3", "NTFS"}, {"ntfs", "NTFS"}, {"ntfs-3g", "NTFS"}};
+    for (const auto& [type, name] : kNames)
+        if (mount->type == type) return name;
+    return mount->type;
 }

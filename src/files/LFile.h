@@ -89,4 +89,59 @@ public:
 
     static char* GetCurrentDirectory(char* buf);       // null when it has more than 259 bytes or can't be told
     static int SetCurrentDirectory(const char* path);  // chdir's result
+
+    // Locks and errors (LLockFile.cpp). Whether somebody else holds a lock of the file; both are the same question.
+    static bool TestFileShareWriteBlocked(const char* path);
+    static bool TestFileShareReadBlocked(const char* path);
+    static bool TestFileLocked(const char* path);  // flagged as not to be changed
+    // Of the call that failed last (errno).
+    static bool IsErrorSharingViolation();
+    static bool IsErrorAlreadyExists();
+    static bool IsErrorPermissionDenied();
+    static bool IsErrorFileNotFound();
+
+    // Folders that the system knows (LSpecialFolders.cpp); those that belong to the user or the program are made where
+    // they are missing, unless their path would have to be cut. "" where the platform tells nothing.
+    static void GetUserDocumentsFolder(char* dst);
+    static void GetUserDesktopFolder(char* dst);
+    static void GetUserMusicFolder(char* dst);
+    static void GetUserVideoFolder(char* dst);
+    static void GetUserPicturesFolder(char* dst);
+    static void GetUserDownloadFolder(char* dst);
+    static void GetUserApplicationsFolder(char* dst);
+    static void GetTempFolder(char* dst);        // the user's caches
+    static void GetUserDataFolder(char* dst);    // what applications keep
+    static void GetSharedDataFolder(char* dst);  // the same
+    // This program's folder below the data folder, in it "Shared", and in these two a folder `name`; the shared one's
+    // is open to everyone if this call made it.
+    static void GetUserDataFolderApp(char* dst);
+    static void GetSharedDataFolderApp(char* dst);
+    static void GetUserDataFolderAppSubFolder(const char* name, char* dst);
+    static void GetSharedDataFolderAppSubFolder(const char* name, char* dst);
+    static void GetApplicationsFolder(char* dst);  // where applications for all users are
+    // `name` in the user's application folder if it is there, else in the one for all: true if it exists.
+    static bool GetInstalledApplicationExePath(char* dst, const char* name);
+    static void GetProgramExecutablePath(char* dst);   // the main bundle's folder
+    static void GetHelpFolder(char* dst);              // in the main bundle
+    static void GetUserFolder(char* dst);              // the home folder
+    static void GetUserFolderNonSandboxed(char* dst);  // the password entry's; "" without one
+    static void GetMountedDrivesFolder(char* dst);     // where volumes are mounted
+    static void GetNetworkSharesFolder(char* dst);     // the same
+
+    // Volumes (LVolumes.cpp), by a path that lies on one.
+    static unsigned short GetVolumeFileSystemID(const char* path);  // 0xFFFF: unknown
+    static unsigned long GetVolumeAttributes(const char* path);     // 0: unknown
+    // A path that doesn't exist counts as all of them.
+    static bool IsOnExternalDrive(const char* path);
+    static bool IsOnRemovableMedia(const char* path);
+    static bool IsNetworkPath(const char* path);
+    static bool IsOnLocalDrive(const char* path);
+    // How large a file may be there: 0 up to 2 GiB, 1 up to 4 GiB, 2 without such a limit or unknown.
+    static int GetVolumeFileSizeLimit(const char* path);
+    // A size in whole Bytes, KB, MB, GB or TB of 1,024 each. Gives the number of characters.
+    static int GetSizeFormattedBytes(unsigned long long bytes, char* dst);
+
+    // Marks a text file as UTF-8 for other applications (LTextFile.cpp). 0, or -1 and errno where the file system keeps
+    // no such marks.
+    static int SetFileAttributeTextEncodingUTF8(const char* path);
 };

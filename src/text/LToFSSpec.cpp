@@ -25,7 +25,7 @@ long LToFSSpec::CStringToFSSpec(const char* path, FSSpec* spec) {
     const LCFString name(CFURLCopyLastPathComponent(url.Get()));
     if (!name.Get()) return memFullErr;
     if (!CFStringGetPascalString(name.Get(), spec->name, sizeof spec->name, CFStringGetSystemEncoding())) return fnfErr;
-    spec->vRefNum = info.volume;
+    spec->vRefNum = info.volume.number;
     spec->parID = info.nodeID;
     return noErr;
 }

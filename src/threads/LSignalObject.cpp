@@ -36,8 +36,7 @@ bool LSignalObjectRef::Select(int highest, fd_set& readSet, unsigned int timeout
 }
 
 bool LSignalObjectRef::WaitSignal(unsigned int timeoutMs) const {
-    pollfd waited[] = {Reading(readDescriptor)};
-    return WaitForAny(waited, timeoutMs);
+    return LWaitReadable(readDescriptor, timeoutMs);
 }
 
 bool LSignalObjectRef::WaitSignalDual(LSignalObjectRef second, unsigned int timeoutMs) const {
@@ -71,6 +70,11 @@ LSignalObject::~LSignalObject() {
     if (readDescriptor < 0) return;
     ::close(readDescriptor);
     ::close(writeDescriptor);
+}
+
+bool LWaitReadable(int descriptor, unsigned int timeoutMs) {
+    pollfd waited[] = {Reading(descriptor)};
+    return WaitForAny(waited, timeoutMs);
 }
 
 void LDrainDescriptor(int descriptor) {

@@ -49,5 +49,8 @@ public:
     LSignalObject& operator=(const LSignalObject&) = delete;
 };
 
+// Waits as WaitSignal for any descriptor.
+bool LWaitReadable(int descriptor, unsigned int timeoutMs);
+
 // Reads all that can be read at once from a non-blocking descriptor and forgets it.
 void LDrainDescriptor(int descriptor);

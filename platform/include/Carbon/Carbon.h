@@ -21,6 +21,12 @@ inline constexpr OSErr paramErr = -50;     // an argument that this subset doesn
 inline constexpr OSErr memFullErr = -108;  // an object can't be made
 inline constexpr OSErr gestaltUndefSelectorErr = -5551;
 
+// A volume: the number is always 0, the path is one that lies on it.
+struct FSVolumeRefNum {
+    SInt16 number = 0;
+    std::string path;
+};
+
 // The version that programs see: 10.15, whatever the system below is called.
 inline constexpr OSType gestaltSystemVersionMajor = 0x73797331;  // 'sys1'
 inline constexpr OSType gestaltSystemVersionMinor = 0x73797332;  // 'sys2'
@@ -45,6 +51,14 @@ struct FSNodeID {
 inline constexpr uint64_t fsRtParID = 1;
 inline constexpr uint64_t fsRtDirID = 2;
 
+// The reference's path with its terminator; paramErr, and nothing written, when that takes more than `size` bytes.
+OSStatus FSRefMakePath(const FSRef* ref, UInt8* path, uint32_t size);
+
+// A folder of the system's. Only the one that volumes are mounted in ('srvr'): /run/media/<user>, else /media; fnfErr
+// where there is neither. Nothing is ever created.
+inline constexpr SInt16 kOnSystemDisk = -32768;
+OSErr FSFindFolder(SInt16 volume, OSType folderType, bool create, FSRef* ref);
+
 // A record: the folder and the name in it, which may be still free. The volume number is always 0.
 struct FSSpec {
     SInt16 vRefNum = 0;
@@ -61,7 +75,7 @@ inline constexpr uint16_t kFSNodeIsDirectoryMask = 0x10;
 
 struct FSCatalogInfo {
     uint16_t nodeFlags = 0;
-    SInt16 volume = 0;
+    FSVolumeRefNum volume;
     FSNodeID nodeID;
 };
 
@@ -80,3 +94,32 @@ struct CInfoPBRec {
 
 // fnfErr when the folder is gone, paramErr for another index.
 OSErr PBGetCatInfoSync(CInfoPBRec* block);
+
+using FSVolumeInfoBitmap = uint32_t;
+inline constexpr FSVolumeInfoBitmap kFSVolInfoFSInfo = 0x10000;
+
+struct FSVolumeInfo {
+    uint16_t filesystemID = 0;
+};
+
+// What is mounted at the volume's path: 0x6375 for file systems over a network, 0 for all others. fnfErr when the path
+// is gone or no mount is known for it. `index` must be 0; `whichInfo` only says what the caller wants.
+OSErr FSGetVolumeInfo(const FSVolumeRefNum& volume, uint32_t index, FSVolumeInfoBitmap whichInfo, FSVolumeInfo* info);
+
+// How the volume is attached. Block devices by what the kernel knows of them (a partition by its disk); what lies on
+// none counts as internal, file systems over a network have no bit at all.
+inline constexpr uint32_t bIsOnInternalBus = 21;
+inline constexpr uint32_t bIsRemovable = 25;
+inline constexpr uint32_t bIsOnExternalBus = 27;
+
+struct GetVolParmsInfoBuffer {
+    uint32_t vMExtendedAttributes = 0;
+};
+
+struct HParamBlockRec {
+    FSVolumeRefNum ioVRefNum;
+    GetVolParmsInfoBuffer* ioBuffer = nullptr;
+    uint32_t ioReqCount = 0;  // the buffer's size: paramErr when it is smaller
+};
+
+OSErr PBHGetVolParmsSync(HParamBlockRec* block);

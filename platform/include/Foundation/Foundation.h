@@ -10,6 +10,7 @@
 #include <Foundation/NSFileManager.h>
 #include <Foundation/NSNumber.h>
 #include <Foundation/NSObject.h>
+#include <Foundation/NSPathUtilities.h>
 #include <Foundation/NSString.h>
 #include <Foundation/NSURL.h>
 #include <Foundation/NSUserDefaults.h>

@@ -1,6 +1,7 @@
 #include "VirtualClock.h"
 #include "files/LFile.h"
 #include "files/LFolderIterator.h"
+#include "support/FolderTree.h"
 #include "support/TempFolder.h"
 #include "system/LCommandLineProcess.h"
 
@@ -13,7 +14,6 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <sys/stat.h>
@@ -26,39 +26,12 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-// Every kind of bad taste that a file system allows.
-const std::vector<std::string> kNames{"plain", "two words",  "-rf",       "--help", "a\"b",
-                                      "a'b",   "$(touch X)", "`touch X`", "a\\b",   "line\nfeed",
-                                      "a:b",   "*",          "?",         ";rm",    "\xFF\xFE not UTF-8",
-                                      "%s%n",  ".hidden",    "~"};
-
 std::vector<std::string> Walk(LFile::FolderIterator& walk, bool isOpen) {
     std::vector<std::string> names;
     for (bool more = isOpen; more; more = walk.Next()) names.emplace_back(walk.CurrentName());
     EXPECT_FALSE(walk.IsOpen());
     EXPECT_FALSE(walk.Next());
     return names;
-}
-
-std::string Content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// What lies below a folder: each path with its content, "/" for a folder, " -> target" for a link.
-std::vector<std::string> Tree(const std::string& root) {
-    std::vector<std::string> found;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        const std::string name = entry.path().string().substr(root.size() + 1);
-        if (entry.is_symlink())
-            found.push_back(name + " -> " + fs::read_symlink(entry.path()).string());
-        else
-            found.push_back(name + (entry.is_directory()      ? "/"
-                                    : entry.is_regular_file() ? "=" + Content(entry.path().string())
-                                                              : "?"));
-    }
-    std::sort(found.begin(), found.end());
-    return found;
 }
 
 mode_t ModeOf(const std::string& path) {
