@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,17 @@ inline void One(const std::string& name, const std::string& unit, double value, 
     samples.Add(value);
     samples.Print(name, unit, vs);
 }
+
+// A folder on the file system of the working folder (a folder in memory would cost no disk), removed at the end.
+struct Folder {
+    std::string path = std::filesystem::current_path() / "bench.XXXXXX";
+    Folder() {
+        if (!mkdtemp(path.data())) abort();
+    }
+    ~Folder() { std::filesystem::remove_all(path); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+};
 
 // Calls f `times` times, after `warm` calls that do not count. `items` is what one call handles. A unit that ends in
 // "/s" gives items per second; "ns", "us" and "ms" give the time of one item.

@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <plist/plist.h>
@@ -27,14 +26,7 @@ public:
     void EvScheduleStart(const char*, const char*, const char*) override {}
 };
 
-// A folder on the file system of the working folder (a folder in memory would cost no disk).
-struct Folder {
-    std::string path = std::filesystem::current_path() / "bench.XXXXXX";
-    Folder() {
-        if (!mkdtemp(path.data())) abort();
-    }
-    ~Folder() { std::filesystem::remove_all(path); }
-};
+using bench::Folder;
 
 [[noreturn]] void Die(const char* what) {
     perror(what);

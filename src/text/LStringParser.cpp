@@ -1,8 +1,11 @@
 #include "text/LStringParser.h"
 
+#include "text/LStringWriters.h"
+
 bool LCommandLineArgumentStringExpander::NextArgument() {
     argument.Clear();
     while (*position > 0 && *position <= ' ') position++;
+    LStringLongTemplateWriter<char> writer(argument);
     bool isQuoted = false;
     while (*position) {
         const char c = *position++;
@@ -10,20 +13,12 @@ bool LCommandLineArgumentStringExpander::NextArgument() {
         if (c == '"') {
             if (isQuoted) break;
             isQuoted = true;
-        } else if (c == '\\' && *position == ' ') {
-            Store(*position++);
         } else {
-            Store(c);
+            writer.AddChar(c == '\\' && *position == ' ' ? *position++ : c);
         }
     }
+    argument.SetLength(writer.Result());
     return argument.Length() > 0;
-}
-
-void LCommandLineArgumentStringExpander::Store(char c) {
-    const uint32_t length = argument.Length();
-    argument.GrowToSize(length + 2ul);
-    argument.Buffer()[length] = c;
-    argument.SetLength(length + 1ul);
 }
 
 unsigned long LCommandLineArgumentStringExpander::GetArgumentCount(const char* commandLine) const {

@@ -52,8 +52,6 @@ public:
     unsigned long GetArgumentCount(const char* commandLine) const;
 
 private:
-    void Store(char c);
-
     const char* position;
     LStringLongTemplate<char> argument;
 };

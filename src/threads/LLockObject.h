@@ -16,3 +16,15 @@ public:
 private:
     pthread_mutex_t mutex;
 };
+
+// Holds one for a scope.
+class LLockObjectGuard {
+public:
+    explicit LLockObjectGuard(LLockObject& taken) : lock(taken) { lock.Lock(); }
+    ~LLockObjectGuard() { lock.Unlock(); }
+    LLockObjectGuard(const LLockObjectGuard&) = delete;
+    LLockObjectGuard& operator=(const LLockObjectGuard&) = delete;
+
+private:
+    LLockObject& lock;
+};

@@ -1,29 +1,16 @@
 #include "threads/LSignalObject.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
-#include <poll.h>
-#include <span>
 #include <unistd.h>
 
 namespace {
 
-// poll would wait for the others when one descriptor is negative, and call a closed one ready: both are failures here.
 bool WaitForAny(std::span<pollfd> waited, unsigned int timeoutMs) {
-    for (const pollfd& one : waited)
-        if (one.fd < 0) return false;
-    const timespec timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000) * 1'000'000};
-    const int ready =
-        ::ppoll(waited.data(), waited.size(), timeoutMs == kSignalNoTimeOut ? nullptr : &timeout, nullptr);
-    if (ready <= 0) return ready < 0 && errno == EINTR;
-    for (const pollfd& one : waited)
-        if (one.revents & POLLNVAL) return false;
-    return true;
-}
-
-pollfd Reading(int descriptor) {
-    return {descriptor, POLLIN, 0};
+    const int ready = LPoll(waited, timeoutMs);
+    return ready > 0 || (ready < 0 && errno == EINTR);
 }
 
 }  // namespace
@@ -36,16 +23,17 @@ bool LSignalObjectRef::Select(int highest, fd_set& readSet, unsigned int timeout
 }
 
 bool LSignalObjectRef::WaitSignal(unsigned int timeoutMs) const {
-    return LWaitReadable(readDescriptor, timeoutMs);
+    pollfd waited[] = {LPollFor(*this)};
+    return WaitForAny(waited, timeoutMs);
 }
 
 bool LSignalObjectRef::WaitSignalDual(LSignalObjectRef second, unsigned int timeoutMs) const {
-    pollfd waited[] = {Reading(readDescriptor), Reading(second.readDescriptor)};
+    pollfd waited[] = {LPollFor(*this), LPollFor(second)};
     return WaitForAny(waited, timeoutMs);
 }
 
 bool LSignalObjectRef::WaitSignalTriple(LSignalObjectRef second, LSignalObjectRef third, unsigned int timeoutMs) const {
-    pollfd waited[] = {Reading(readDescriptor), Reading(second.readDescriptor), Reading(third.readDescriptor)};
+    pollfd waited[] = {LPollFor(*this), LPollFor(second), LPollFor(third)};
     return WaitForAny(waited, timeoutMs);
 }
 
@@ -72,9 +60,17 @@ LSignalObject::~LSignalObject() {
     ::close(writeDescriptor);
 }
 
-bool LWaitReadable(int descriptor, unsigned int timeoutMs) {
-    pollfd waited[] = {Reading(descriptor)};
-    return WaitForAny(waited, timeoutMs);
+// poll would wait for the others when one descriptor is negative, and call a closed one ready: both are failures here.
+int LPoll(std::span<pollfd> waited, unsigned int timeoutMs) {
+    const auto isInvalid = [](const pollfd& one) { return one.fd < 0 || (one.revents & POLLNVAL); };
+    errno = EBADF;
+    if (std::any_of(waited.begin(), waited.end(), isInvalid)) return -1;
+    const timespec timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000) * 1'000'000};
+    const int ready =
+        ::ppoll(waited.data(), waited.size(), timeoutMs == kSignalNoTimeOut ? nullptr : &timeout, nullptr);
+    if (ready <= 0) return ready;
+    errno = EBADF;
+    return std::any_of(waited.begin(), waited.end(), isInvalid) ? -1 : ready;
 }
 
 void LDrainDescriptor(int descriptor) {

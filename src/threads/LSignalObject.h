@@ -8,6 +8,8 @@
 // Time-outs are milliseconds; kSignalNoTimeOut means none.
 #pragma once
 
+#include <poll.h>
+#include <span>
 #include <sys/select.h>
 
 inline constexpr unsigned int kSignalNoTimeOut = 0xFFFFFFFF;
@@ -49,8 +51,12 @@ public:
     LSignalObject& operator=(const LSignalObject&) = delete;
 };
 
-// Waits as WaitSignal for any descriptor.
-bool LWaitReadable(int descriptor, unsigned int timeoutMs);
+// What the waits stand on: until one of the descriptors, of any number, can be read. How many can; 0 after the
+// time-out; -1 and errno when the wait was interrupted, or for a descriptor that isn't open.
+int LPoll(std::span<pollfd> waited, unsigned int timeoutMs);
+inline pollfd LPollFor(LSignalObjectRef object) {
+    return {object.ReadDescriptor(), POLLIN, 0};
+}
 
 // Reads all that can be read at once from a non-blocking descriptor and forgets it.
 void LDrainDescriptor(int descriptor);

@@ -17,6 +17,11 @@ public:
     bool Select(unsigned int timeoutMs) const;
     bool IsSignaled() const { return Select(0); }
 
+    // Waits for the members and one object beside them, which needs no place. Afterwards the group holds only those
+    // members that are set, while their places stay taken. How many are set; 0 after the time-out; -1 when the wait was
+    // interrupted or failed, which changes nothing.
+    int SelectReady(LSignalObjectRef beside, unsigned int timeoutMs);
+
     int Count() const { return count; }
 
 private:

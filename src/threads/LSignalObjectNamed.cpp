@@ -47,8 +47,8 @@ bool LSignalObjectNamed::WaitSignal(unsigned int timeoutMs) {
     const LDescriptor listener(address.sun_path[0] ? OpenSocket(SOCK_NONBLOCK) : -1);
     if (!listener || ::bind(listener.Get(), Generic(address), sizeof address) != 0) return false;
     LDescriptor accepted;
-    // After an interrupted wait there is nobody to accept.
-    if (::listen(listener.Get(), kBacklog) == 0 && LWaitReadable(listener.Get(), timeoutMs))
+    pollfd waited[] = {{listener.Get(), POLLIN, 0}};
+    if (::listen(listener.Get(), kBacklog) == 0 && LPoll(waited, timeoutMs) > 0)
         accepted.Reset(::accept4(listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!accepted) {
         ::unlink(address.sun_path);
