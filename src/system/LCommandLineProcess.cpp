@@ -4,12 +4,33 @@
 #include <csignal>
 #include <cstring>
 #include <spawn.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
-int Spawn(const char* command, pid_t& pid) {
+std::string_view NameOf(const char* variable) {
+    return std::string_view(variable).substr(0, std::string_view(variable).find('=') + 1);
+}
+
+std::vector<const char*> EnvironmentWith(const char* const* variables) {
+    std::vector<const char*> result;
+    const auto isGiven = [&](const char* variable) {
+        for (const char* const* given = variables; *given; given++)
+            if (std::string_view(variable).starts_with(NameOf(*given))) return true;
+        return false;
+    };
+    for (char** variable = environ; *variable; variable++)
+        if (!isGiven(*variable)) result.push_back(*variable);
+    for (const char* const* given = variables; *given; given++)
+        if (NameOf(*given) != *given) result.push_back(*given);
+    result.push_back(nullptr);
+    return result;
+}
+
+int Spawn(const char* command, const char* const* variables, pid_t& pid) {
     posix_spawnattr_t attributes;
     if (const int error = ::posix_spawnattr_init(&attributes)) return error;
     sigset_t none, all;
@@ -19,8 +40,9 @@ int Spawn(const char* command, pid_t& pid) {
     ::posix_spawnattr_setsigdefault(&attributes, &all);
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     const char* const arguments[] = {"sh", "-c", "--", command, nullptr};
-    const int error =
-        ::posix_spawn(&pid, "/bin/sh", nullptr, &attributes, const_cast<char* const*>(arguments), environ);
+    const std::vector<const char*> environment = EnvironmentWith(variables);
+    const int error = ::posix_spawn(&pid, "/bin/sh", nullptr, &attributes, const_cast<char* const*>(arguments),
+                                    const_cast<char* const*>(environment.data()));
     ::posix_spawnattr_destroy(&attributes);
     return error;
 }
@@ -28,8 +50,13 @@ int Spawn(const char* command, pid_t& pid) {
 }  // namespace
 
 bool RunCommandLineProcess(const char* command) {
+    const char* const none = nullptr;
+    return RunCommandLineProcess(command, &none);
+}
+
+bool RunCommandLineProcess(const char* command, const char* const* variables) {
     pid_t pid = 0;
-    if (!command || Spawn(command, pid) != 0) return false;
+    if (!command || Spawn(command, variables, pid) != 0) return false;
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0)
         if (errno != EINTR) return false;
