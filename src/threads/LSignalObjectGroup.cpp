@@ -21,20 +21,24 @@ void LSignalObjectGroup::AddDescriptor(int descriptor) {
     count++;
 }
 
+std::span<pollfd> LSignalObjectGroup::ListMembers(pollfd* places) const {
+    size_t used = 0;
+    for (int descriptor = 0; descriptor <= highest; descriptor++)
+        if (FD_ISSET(descriptor, &descriptors)) places[used++] = {descriptor, POLLIN, 0};
+    return {places, used};
+}
+
 bool LSignalObjectGroup::Select(unsigned int timeoutMs) const {
-    fd_set waited = descriptors;
-    timeval timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
-    return ::select(highest + 1, &waited, nullptr, nullptr, timeoutMs == kSignalNoTimeOut ? nullptr : &timeout) > 0;
+    pollfd places[kMaxCount];
+    return LPoll(ListMembers(places), timeoutMs) > 0;
 }
 
 int LSignalObjectGroup::SelectReady(LSignalObjectRef beside, unsigned int timeoutMs) {
-    pollfd waited[kMaxCount + 1] = {LPollFor(beside)};
-    size_t used = 1;
-    for (int descriptor = 0; descriptor <= highest; descriptor++)
-        if (FD_ISSET(descriptor, &descriptors)) waited[used++] = {descriptor, POLLIN, 0};
-    const int ready = LPoll({waited, used}, timeoutMs);
+    pollfd places[1 + kMaxCount] = {LPollFor(beside)};
+    const std::span<pollfd> members = ListMembers(places + 1);
+    const int ready = LPoll({places, 1 + members.size()}, timeoutMs);
     if (ready < 0) return ready;
-    for (const pollfd& one : std::span(waited + 1, used - 1))
-        if (!one.revents) FD_CLR(one.fd, &descriptors);
+    for (const pollfd& member : members)
+        if (!member.revents) FD_CLR(member.fd, &descriptors);
     return ready;
 }

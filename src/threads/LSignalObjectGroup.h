@@ -26,6 +26,7 @@ public:
 
 private:
     void AddDescriptor(int descriptor);
+    std::span<pollfd> ListMembers(pollfd* places) const;
 
     static constexpr int kMaxCount = 256;
 
