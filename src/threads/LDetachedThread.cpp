@@ -28,14 +28,6 @@ void LDetachedThread::WaitForEnd() {
     while (!finishedSignal.IsSignaled()) finishedSignal.WaitSignal(kSignalNoTimeOut);
 }
 
-LDetachedThreadsOwner::~LDetachedThreadsOwner() {
-    StopThreadsNow();
-    LMutexLock guard(lock);
-    std::unique_lock waiting(lock.Native(), std::adopt_lock);
-    left.wait(waiting, [this]() L_NO_THREAD_SAFETY_ANALYSIS { return inside == 0; });
-    waiting.release();
-}
-
 void LDetachedThreadsOwner::AddThread(LDetachedThread* thread) {
     LMutexLock guard(lock);
     threads.Add(thread);
@@ -53,6 +45,11 @@ void LDetachedThreadsOwner::StopThreadsNow() {
         thread->WaitForEnd();
         delete thread;
     }
+    // Those that took themselves off the list delete themselves.
+    LMutexLock guard(lock);
+    std::unique_lock waiting(lock.Native(), std::adopt_lock);
+    left.wait(waiting, [this]() L_NO_THREAD_SAFETY_ANALYSIS { return inside == 0; });
+    waiting.release();
 }
 
 // Off the list, so that it is this caller's to delete; null when none but the calling thread is left.

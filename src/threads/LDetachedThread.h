@@ -37,14 +37,14 @@ private:
 class LDetachedThreadsOwner {
 public:
     LDetachedThreadsOwner() = default;
-    ~LDetachedThreadsOwner();  // StopThreadsNow; returns when no thread is inside any more
+    ~LDetachedThreadsOwner() { StopThreadsNow(); }
     LDetachedThreadsOwner(const LDetachedThreadsOwner&) = delete;
     LDetachedThreadsOwner& operator=(const LDetachedThreadsOwner&) = delete;
 
     void AddThread(LDetachedThread* thread);
     // Asks all to stop.
     void StopThreadsSoon();
-    // Asks all to stop and deletes each when it has ended; from one of their bodies, all but that one.
+    // Asks all to stop; returns when each has ended and is deleted. From one of their bodies: all but that one.
     void StopThreadsNow();
     // Deletes a thread that is still listed; does nothing for another one.
     void Destruct(LDetachedThread* thread);

@@ -26,7 +26,8 @@ void LLockObjectShared::UnlockShared() {
 
 void LLockObjectShared::UpgradeLock() {
     mutex.lock();
-    readers--;
+    // As every reader that leaves: a writer that waits for the last one must hear of it, and then waits for the mutex.
+    UnlockShared();
     // With the mutex, so that nobody else comes in; the others leave without it.
     while (readers > 0) readersGone.WaitSignal(kSignalNoTimeOut);
 }

@@ -42,8 +42,8 @@ TEST(LThread, RunsOneBodyAtATimeAndAgain) {
     worker.Start(31);
     EXPECT_TRUE(worker.IsRunning());
     worker.Start(31);
-    EXPECT_EQ(worker.runs, 1);
     worker.WaitForEnd();
+    EXPECT_EQ(worker.runs, 1);
     EXPECT_FALSE(worker.IsRunning());
     EXPECT_EQ(worker.Port(), LThread::kNoPort);
     worker.Start(31);
@@ -150,8 +150,8 @@ TEST(LDetachedThread, GoesByItselfOrWithItsOwner) {
         LDetachedThreadsOwner one;
         for (int j = 0; j < 3; j++) {
             auto* const thread = new Detached(alive, [&, j](LThread& self) {
-                if (j == 0) UntilStopped(self);
-                if (j == 1) one.StopThreadsNow();
+                if (j == 1) UntilStopped(self);
+                if (j == 2) one.StopThreadsNow();
             });
             one.AddThread(thread);
             thread->StartDetached(one, 0);
