@@ -43,6 +43,7 @@ void LDetachedThreadsOwner::StopThreadsNow() {
     while (LDetachedThread* const thread = TakeOne()) {
         thread->StopThreadSoon();
         thread->WaitForEnd();
+        { LMutexLock untilItHasSignalled(lock); }
         delete thread;
     }
     // Those that took themselves off the list delete themselves.

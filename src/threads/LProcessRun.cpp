@@ -23,5 +23,6 @@ void* ProcessRunThreadCallback(void* argument) {
     Run(*data);
     data->doneSignal.Signal();
     while (!data->releaseSignal.IsSignaled()) data->releaseSignal.WaitSignal(kSignalNoTimeOut);
+    { const LLockObjectGuard untilReleased(data->releasing); }
     return nullptr;
 }

@@ -45,9 +45,10 @@ bool LSignalObjectRef::WaitSignalTriple(LSignalObjectRef second, LSignalObjectRe
 
 void LSignalObjectRef::Signal() {
     const char one = 1;
+    const int descriptor = writeDescriptor;  // who waits may delete the object as soon as the byte is there
     signalCount.fetch_add(1, std::memory_order_release);
     // A full pipe refuses the byte: the object is set all the same.
-    while (::write(writeDescriptor, &one, 1) < 0 && errno == EINTR) continue;
+    while (::write(descriptor, &one, 1) < 0 && errno == EINTR) continue;
 }
 
 void LSignalObjectRef::Reset() {

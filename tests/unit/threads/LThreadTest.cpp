@@ -174,7 +174,7 @@ TEST(ProcessRunData, RunsACommandThatNobodyNeedWaitFor) {
         data->doneSignal.WaitSignal(kSignalNoTimeOut);
         EXPECT_EQ(data->status, row.status) << row.command;
         EXPECT_EQ(data->exitCode, row.exitCode) << row.command;
-        data->releaseSignal.Signal();
+        data->Release();
         runner.join();
     }
 }
