@@ -128,6 +128,17 @@ public:
     static void GetMountedDrivesFolder(char* dst);     // where volumes are mounted
     static void GetNetworkSharesFolder(char* dst);     // the same
 
+    // A sandbox's container (LSandboxPaths.cpp), which is then the home folder: whether the path's text begins with it,
+    // in either case of letters; and the path outside that a path inside really leads to, through links, also when its
+    // end doesn't exist yet. False, and "", when it leads nowhere outside.
+    static bool IsPathInSandbox(const char* path);
+    static bool MakeNonSandboxedFilePath(char* dst, const char* path);
+    // Folders of the password entry's home, whether they are there or not.
+    static void GetUserDownloadFolderNonSandboxed(char* dst);
+    static void GetUserVideoFolderNonSandboxed(char* dst);
+    static void GetUserMusicFolderNonSandboxed(char* dst);
+    static void GetUserPicturesFolderNonSandboxed(char* dst);
+
     // Volumes (LVolumes.cpp), by a path that lies on one.
     static unsigned short GetVolumeFileSystemID(const char* path);  // 0xFFFF: unknown
     static unsigned long GetVolumeAttributes(const char* path);     // 0: unknown

@@ -70,8 +70,9 @@ void LReadFileRef::ReadStringLenUTF8(char (&buf)[LTextBufferSize]) {
     uint32_t length = 0;
     if (descriptor >= 0 && LReadOnce(descriptor, &first, 1) == 1) length = first;
     if (first == kLongLength) {
-        const bool isWhole = LReadAll(descriptor, number, sizeof number) == sizeof number;
-        length = isWhole ? number[0] | number[1] << 8 | number[2] << 16 | static_cast<uint32_t>(number[3]) << 24 : 0;
+        length = 0;
+        if (LReadAll(descriptor, number, sizeof number) == sizeof number)
+            for (int i = 3; i >= 0; i--) length = length << 8 | number[i];
     }
     const size_t wanted = std::min<size_t>(length, LTextBufferSize - 1);
     const size_t got = wanted ? LReadAll(descriptor, buf, wanted) : 0;
