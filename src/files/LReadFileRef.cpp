@@ -64,7 +64,7 @@ bool LReadFileRef::ReadLine(LStringLongTemplate<char>& line) {
     return ReadLineInto(descriptor, [&](char byte) { writer.AddChar(byte); }) || line.Length() > 0;
 }
 
-void LReadFileRef::ReadStringLenUTF8(char (&buf)[LTextBufferSize]) {
+void LReadFileRef::ReadStringLenUTF8(char* buf) {
     unsigned char first = 0;
     unsigned char number[4] = {};
     uint32_t length = 0;

@@ -17,9 +17,9 @@ struct LReadFileRef {
     bool ReadLine(char* buf, unsigned long size);
     bool ReadLine(LStringLongTemplate<char>& line);
 
-    // One text with its length in front (LWriteFileRef), at most 259 bytes of it; the rest is skipped. Of a file that
-    // ends too early, what is there.
-    void ReadStringLenUTF8(char (&buf)[LTextBufferSize]);
+    // One text with its length in front (LWriteFileRef) into 260 bytes: at most 259 of it, the rest is skipped. Of a
+    // file that ends too early, what is there.
+    void ReadStringLenUTF8(char* buf);
 
     // One read of `len` bytes into a buffer of len + 1, terminated. Gives read's result, -1 without a descriptor.
     int ReadStringUTF8(char* buf, unsigned long len);

@@ -73,7 +73,7 @@ void CheckTexts(std::string_view bytes) {
             length = number;
         }
         GuardedBuffer<char> buffer(LTextBufferSize);
-        file.ReadStringLenUTF8(*reinterpret_cast<char(*)[LTextBufferSize]>(buffer.Get()));
+        file.ReadStringLenUTF8(buffer.Get());
         const std::string expected(rest.substr(head, std::min<size_t>(length, LTextBufferSize - 1)));
         Require(buffer.Text() == expected.c_str(), "a text is read");
         at += head + length;
@@ -84,7 +84,7 @@ void CheckTexts(std::string_view bytes) {
     LWriteFileRef{target}.WriteStringLenUTF8(written.c_str());
     lseek(target, 0, SEEK_SET);
     GuardedBuffer<char> buffer(LTextBufferSize);
-    LReadFileRef{target}.ReadStringLenUTF8(*reinterpret_cast<char(*)[LTextBufferSize]>(buffer.Get()));
+    LReadFileRef{target}.ReadStringLenUTF8(buffer.Get());
     Require(buffer.Text() == written.substr(0, LTextBufferSize - 1), "what is written is read");
 }
 
