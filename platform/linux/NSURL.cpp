@@ -46,7 +46,7 @@ NSURL NSURL::URLByResolvingBookmarkData(const NSData& data, unsigned long, bool&
     if (std::memcmp(head.magic, expected.magic, sizeof head.magic) != 0 || head.version != expected.version ||
         head.pathLength != bytes.size() - sizeof head)
         return {};
-    const NSURL url(NSString(bytes.substr(sizeof head)));  // null for what is no UTF-8
+    NSURL url(NSString(bytes.substr(sizeof head)));  // null for what is no UTF-8
     struct stat status {};
     if (!url || ::stat(url.text.UTF8String(), &status) != 0) return {};
     isStale = status.st_dev != head.device || status.st_ino != head.inode;
