@@ -1,6 +1,7 @@
 #include "MountTable.h"
 
-#include <bsd/LMutex.h>
+#include "Guarded.h"
+
 #include <bsd/mount.h>
 
 #include <algorithm>
@@ -17,22 +18,13 @@ namespace platform {
 
 namespace {
 
-struct Override {
-    LMutex mutex;
-    std::optional<std::string> text L_GUARDED_BY(mutex);
-};
-
-Override& TheOverride() {
-    static Override& instance = *new Override;
-    return instance;
+Guarded<std::optional<std::string>>& Override() {
+    static auto& text = *new Guarded<std::optional<std::string>>;
+    return text;
 }
 
 std::string MountTableText() {
-    {
-        Override& replaced = TheOverride();
-        LMutexLock lock(replaced.mutex);
-        if (replaced.text) return *replaced.text;
-    }
+    if (const auto replaced = Override().Get()) return *replaced;
     std::ostringstream text;
     text << std::ifstream("/proc/self/mountinfo").rdbuf();
     return text.str();
@@ -118,9 +110,7 @@ bool IsNetworkType(std::string_view type) {
 }
 
 void SetMountTable(std::optional<std::string> text) {
-    Override& replaced = TheOverride();
-    LMutexLock lock(replaced.mutex);
-    replaced.text = std::move(text);
+    Override().Set(std::move(text));
 }
 
 }  // namespace platform

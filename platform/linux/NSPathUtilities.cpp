@@ -1,7 +1,6 @@
+#include "Guarded.h"
 #include "HomeFolder.h"
 #include "UserDirs.h"
-
-#include <bsd/LMutex.h>
 
 #include <Foundation/Foundation.h>
 
@@ -14,12 +13,8 @@
 namespace platform {
 namespace {
 
-struct ApplicationsFolder {
-    LMutex mutex;
-    std::string path L_GUARDED_BY(mutex) = "/opt";
-};
-ApplicationsFolder& TheApplicationsFolder() {
-    static ApplicationsFolder& folder = *new ApplicationsFolder;
+Guarded<std::string>& ApplicationsFolder() {
+    static auto& folder = *new Guarded<std::string>("/opt");
     return folder;
 }
 
@@ -98,9 +93,7 @@ std::optional<std::string> FindUserDir(std::string_view text, std::string_view n
 }
 
 void SetApplicationsFolder(std::string path) {
-    ApplicationsFolder& folder = TheApplicationsFolder();
-    LMutexLock guard(folder.mutex);
-    folder.path = std::move(path);
+    ApplicationsFolder().Set(std::move(path));
 }
 
 }  // namespace platform
@@ -115,11 +108,8 @@ NSArray NSSearchPathForDirectoriesInDomains(unsigned directory, unsigned domainM
             paths.addObject(NSString(*folder));
         }
     }
-    if ((domainMask & NSLocalDomainMask) && directory == NSApplicationDirectory) {
-        ApplicationsFolder& folder = TheApplicationsFolder();
-        LMutexLock guard(folder.mutex);
-        paths.addObject(NSString(folder.path));
-    }
+    if ((domainMask & NSLocalDomainMask) && directory == NSApplicationDirectory)
+        paths.addObject(NSString(ApplicationsFolder().Get()));
     return paths;
 }
 

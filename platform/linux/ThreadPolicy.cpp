@@ -1,6 +1,6 @@
 #include "ThreadPolicy.h"
 
-#include <bsd/LMutex.h>
+#include "Guarded.h"
 
 #include <cerrno>
 #include <unistd.h>
@@ -8,27 +8,15 @@
 namespace platform {
 namespace {
 
-struct Record {
-    LMutex mutex;
-    std::optional<PolicyRequest> last L_GUARDED_BY(mutex);
-};
-Record& TheRecord() {
-    static Record& record = *new Record;
+Guarded<std::optional<PolicyRequest>>& Record() {
+    static auto& record = *new Guarded<std::optional<PolicyRequest>>;
     return record;
-}
-
-void Put(PolicyRequest request) {
-    Record& record = TheRecord();
-    LMutexLock guard(record.mutex);
-    record.last = request;
 }
 
 }  // namespace
 
 std::optional<PolicyRequest> LastPolicyRequest() {
-    Record& record = TheRecord();
-    LMutexLock guard(record.mutex);
-    return record.last;
+    return Record().Get();
 }
 
 }  // namespace platform
@@ -47,11 +35,11 @@ int thread_policy_get(mach_port_t, int flavour, thread_time_constraint_policy* p
 
 int thread_policy_set(mach_port_t thread, int flavour, const thread_time_constraint_policy&) {
     if (flavour != THREAD_TIME_CONSTRAINT_POLICY) return EINVAL;
-    platform::Put({thread, true, 0});
+    platform::Record().Set(platform::PolicyRequest{thread, true, 0});
     return 0;
 }
 
 int thread_priority_set(mach_port_t thread, int priority) {
-    platform::Put({thread, false, priority});
+    platform::Record().Set(platform::PolicyRequest{thread, false, priority});
     return 0;
 }

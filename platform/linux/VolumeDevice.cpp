@@ -1,6 +1,6 @@
 #include "VolumeDevice.h"
 
-#include <bsd/LMutex.h>
+#include "Guarded.h"
 
 #include <filesystem>
 #include <fstream>
@@ -14,25 +14,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct DevicesFolder {
-    LMutex mutex;
-    std::string path L_GUARDED_BY(mutex);
-};
-DevicesFolder& TheDevicesFolder() {
-    static DevicesFolder& folder = *new DevicesFolder;
+Guarded<std::string>& DevicesFolder() {
+    static auto& folder = *new Guarded<std::string>("/sys/dev/block");
     return folder;
-}
-
-fs::path DevicesPath() {
-    DevicesFolder& folder = TheDevicesFolder();
-    LMutexLock guard(folder.mutex);
-    return folder.path.empty() ? "/sys/dev/block" : folder.path;
 }
 
 // The device's folder below /sys/devices, whose path tells the buses on the way; empty when there is none.
 fs::path FolderOf(const std::string& majorAndMinor) {
     std::error_code error;
-    fs::path folder = fs::canonical(DevicesPath() / majorAndMinor, error);
+    fs::path folder = fs::canonical(fs::path(DevicesFolder().Get()) / majorAndMinor, error);
     return error ? fs::path() : folder;
 }
 
@@ -59,9 +49,7 @@ BlockDevice FindBlockDevice(const Mount& mount) {
 }
 
 void SetBlockDevicesFolder(std::string path) {
-    DevicesFolder& folder = TheDevicesFolder();
-    LMutexLock guard(folder.mutex);
-    folder.path = std::move(path);
+    DevicesFolder().Set(std::move(path));
 }
 
 }  // namespace platform

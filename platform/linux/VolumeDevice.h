@@ -16,7 +16,7 @@ struct BlockDevice {
 // without one.
 BlockDevice FindBlockDevice(const Mount& mount);
 
-// Test seam: another folder of that form; "": the kernel's again.
+// Test seam: another folder of that form.
 void SetBlockDevicesFolder(std::string path);
 
 }  // namespace platform

@@ -53,6 +53,12 @@ int WaitForConnection(LProcessInterface& process, int socket, unsigned int timeo
     }
 }
 
+int Receive(int socket, void* buffer, unsigned long size, unsigned long& got) {
+    const ssize_t received = ::recv(socket, buffer, size, 0);
+    got = received > 0 ? static_cast<unsigned long>(received) : 0;
+    return got > 0 ? processDone : processFailed;
+}
+
 }  // namespace
 
 int LOpenSocketTCP() {
@@ -124,10 +130,7 @@ int ProcessRecvReady(LProcessInterface& process, LIPSocketTCPRef socket, void* b
     got = 0;
     if (size == 0) return processDone;
     if (const int result = ProcessWaitForDataOrClose(process, socket, timeoutMs)) return result;
-    const ssize_t received = ::recv(socket.descriptor, buffer, size, 0);
-    if (received <= 0) return processFailed;
-    got = static_cast<unsigned long>(received);
-    return processDone;
+    return Receive(socket.descriptor, buffer, size, got);
 }
 
 int ProcessRecvBytes(LProcessInterface& process, LIPSocketTCPRef socket, void* buffer, unsigned long size,
@@ -165,10 +168,7 @@ int ProcessRecvToCharacter(LProcessInterface& process, LIPSocketTCPRef socket, v
     const char* const last =
         std::find_if(begin, end, [&](char c) { return c && terminators && std::strchr(terminators, c); });
     const auto wanted = static_cast<size_t>(last - begin) + (last != end);
-    const ssize_t received = ::recv(socket.descriptor, buffer, wanted, 0);
-    if (received <= 0) return processFailed;
-    got = static_cast<unsigned long>(received);
-    return processDone;
+    return Receive(socket.descriptor, buffer, wanted, got);
 }
 
 bool ProcessRecvAll(LProcessInterface& process, LIPSocketTCPRef socket, void* buffer, unsigned long size,

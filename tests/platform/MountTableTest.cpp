@@ -80,7 +80,7 @@ TEST(VolumeDevice, APartitionIsAttachedAsItsDiskIs) {
     EXPECT_EQ(find("8:16"), 0);
     EXPECT_EQ(find("8:32"), 3);
     EXPECT_EQ(find("0:40"), 0);
-    platform::SetBlockDevicesFolder("");
+    platform::SetBlockDevicesFolder("/sys/dev/block");
 }
 
 TEST(UserDirs, TheDesktopsSetting) {

@@ -159,13 +159,12 @@ TEST(ProcessSend, AllOfItInOrderUnlessThePeerIsGoneOrSleeps) {
 TEST(LTCPListener, HandsOverOneConnectionAfterTheOther) {
     uint16_t port = Port(-1).Number();
     LIPSocketTCP kept;
-    LSignalObject handled;
-    int count = 0;
+    std::atomic<int> count{0};
     Stoppable process;
     Listener listener(port, [&](LIPSocketTCP& connection) {
         ProcessSend(process, connection, "hello", 5, kLong);
-        if (++count == 2) kept.Adopt(connection.TakeDescriptor());
-        handled.Signal();
+        if (count == 1) kept.Adopt(connection.TakeDescriptor());
+        count++;
     });
     listener.Start(0);
     char text[5];
@@ -175,7 +174,7 @@ TEST(LTCPListener, HandsOverOneConnectionAfterTheOther) {
     EXPECT_EQ(ProcessRecvBytes(process, first, text, 1, kLong), processFailed);  // closed
     ASSERT_EQ(ProcessConnect(process, second, Loopback(port), kLong), processDone);
     EXPECT_EQ(ProcessRecvBytes(process, second, text, 5, kLong), processDone);
-    while (count < 2) handled.WaitSignal(kSignalNoTimeOut);
+    while (count < 2) std::this_thread::yield();
     EXPECT_EQ(ProcessSend(process, kept, "again", 5, kLong), processDone);  // kept
     EXPECT_EQ(ProcessRecvBytes(process, second, text, 5, kLong), processDone);
     // A port that is taken: it waits to try again, and stops at once.
