@@ -2,7 +2,6 @@
 
 #include "files/LFile.h"
 #include "files/LFileIdentity.h"
-#include "files/LFilePath.h"
 #include "files/LFileTransfer.h"
 #include "files/LFolderIterator.h"
 #include "files/LLockFile.h"
@@ -32,19 +31,31 @@ bool IsFolderItself(const char* path) {
     return ::lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-LDescriptor Open(const char* path, int flags, int lock) {
+// A regular file, locked; `status` is its state then. Nothing for all else.
+LDescriptor Open(const char* path, int flags, int lock, struct stat& status) {
     LDescriptor file(::open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666));
-    struct stat status {};
-    if (file && (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))) file.Reset();
     if (file) flocktimed(file.Get(), lock | LOCK_NB, kLockMs);
+    if (file && (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))) file.Reset();
     return file;
 }
 
-// A link there is replaced, so that nothing is written behind it.
+// False when the source itself is there. A link is taken away, so that nothing is written behind it.
+bool ClearWay(const char* destination, const struct stat& source) {
+    struct stat there {};
+    if (::lstat(destination, &there) != 0) return true;
+    const bool isLink = S_ISLNK(there.st_mode);
+    if (isLink && ::stat(destination, &there) != 0) return ::unlink(destination) == 0;
+    if (LIsSameFile(there, source)) return false;
+    return !isLink || ::unlink(destination) == 0;
+}
+
+// A file that is empty anyway isn't cut: ext4 would write it out as soon as it is closed, as one whose content is being
+// replaced, and a copy of many files would take three times as long.
 LDescriptor OpenDestination(const char* path) {
     struct stat status {};
-    if (::lstat(path, &status) == 0 && S_ISLNK(status.st_mode)) ::unlink(path);
-    return Open(path, O_RDWR | O_CREAT | O_NOFOLLOW, LOCK_EX);
+    LDescriptor file = Open(path, O_RDWR | O_CREAT | O_NOFOLLOW, LOCK_EX, status);
+    if (file && status.st_size > 0 && ::ftruncate(file.Get(), 0) != 0) file.Reset();
+    return file;
 }
 
 int CopyChunks(LProcessInterface& process, int from, int to, uint64_t size) {
@@ -63,23 +74,10 @@ int CopyChunks(LProcessInterface& process, int from, int to, uint64_t size) {
     return processDone;
 }
 
-// A file that is empty anyway isn't cut: ext4 would write it out as soon as it is closed, as one whose content is being
-// replaced, and a copy of many files would take three times as long.
-bool MakeEmpty(int fd) {
-    struct stat status {};
-    return ::fstat(fd, &status) == 0 && (status.st_size == 0 || ::ftruncate(fd, 0) == 0);
-}
-
 // The modification time of the source, in whole seconds.
 void CarryTimeOver(const struct stat& source, int to) {
     const timespec times[] = {{0, UTIME_OMIT}, {source.st_mtim.tv_sec, 0}};
     ::futimens(to, times);
-}
-
-bool IsOneFile(const char* a, const char* b) {
-    struct stat first {
-    }, second{};
-    return ::stat(a, &first) == 0 && ::stat(b, &second) == 0 && LIsSameFile(first, second);
 }
 
 // The folder and the name in it. Only "/" parts them: a back slash may belong to a name that came from a folder.
@@ -143,16 +141,13 @@ int Process(LProcessInterface& process, const LProcessCopyFile& job) {
     process.SetStatus("Copy File", 0);
     process.SetStatus(place.name.c_str(), 1);
     process.SetProgress(0.0);
-    if (!IsPath(job.source) || !IsPath(job.destination) || !LFileExists(place.folder.c_str()) ||
-        IsOneFile(job.source, job.destination))
-        return processFailed;
-    const LDescriptor from = Open(job.source, O_RDONLY, LOCK_SH);
+    if (!IsPath(job.source) || !IsPath(job.destination) || place.folder.empty()) return processFailed;
     struct stat status {};
-    if (!from || ::fstat(from.Get(), &status) != 0) return processFailed;
+    const LDescriptor from = Open(job.source, O_RDONLY, LOCK_SH, status);
+    if (!from || !ClearWay(job.destination, status)) return processFailed;
     LDescriptor to = OpenDestination(job.destination);
     if (!to) return processFailed;
-    int result = MakeEmpty(to.Get()) ? CopyChunks(process, from.Get(), to.Get(), static_cast<uint64_t>(status.st_size))
-                                     : processFailed;
+    int result = CopyChunks(process, from.Get(), to.Get(), static_cast<uint64_t>(status.st_size));
     if (result == processDone) CarryTimeOver(status, to.Get());
     if (!to.Close() && result == processDone) result = processFailed;
     if (result != processDone) ::unlink(job.destination);
