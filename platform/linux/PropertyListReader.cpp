@@ -16,6 +16,9 @@ namespace platform {
 
 namespace {
 
+constexpr size_t kMovableBytes = size_t{64} << 20;  // a few milliseconds' work
+constexpr size_t kMovablePerByte = 512;
+
 struct FreeNode {
     void operator()(void* node) const { plist_free(node); }
 };
@@ -46,15 +49,29 @@ size_t EndOfTag(std::string_view xml, size_t start) {
     return xml.npos;
 }
 
+// What libplist has to move for a text's references ("&amp;"): for each of them all that follows it in the text.
+size_t BytesToMove(std::string_view text) {
+    size_t bytes = 0;
+    for (size_t at = text.find('&'); at != text.npos; at = text.find('&', at + 1)) bytes += text.size() - at;
+    return bytes;
+}
+
 // One walk over the tags. A container tag in any unusual spelling counts as one more level: too deep is refused, never
 // the other way round.
 bool IsHarmless(std::string_view xml) {
     int depth = 0;
-    for (size_t at = xml.find('<'); at != xml.npos; at = xml.find('<', at)) {
-        const size_t end = EndOfTag(xml, at);
-        if (end == xml.npos) return false;
-        const std::string_view tag = xml.substr(at, end - at);
-        at = end;
+    // A megabyte of references in one text would take seconds. Texts as long as a schedule's key may well be full of
+    // them, however many there are.
+    size_t movable = kMovableBytes + kMovablePerByte * xml.size();
+    for (size_t at = 0;;) {
+        const size_t begin = xml.find('<', at);
+        const size_t toMove = BytesToMove(xml.substr(at, begin - at));
+        if (toMove > movable) return false;
+        movable -= toMove;
+        if (begin == xml.npos) return true;
+        at = EndOfTag(xml, begin);
+        if (at == xml.npos) return false;
+        const std::string_view tag = xml.substr(begin, at - begin);
         if (tag[1] == 'k' || tag[1] == 's') continue;  // keys and texts, the most of all
         if (tag.starts_with("<dict") || tag.starts_with("<array")) {
             if (tag != "<dict/>" && tag != "<array/>" && ++depth > kMaxPropertyListDepth) return false;
@@ -64,7 +81,6 @@ bool IsHarmless(std::string_view xml) {
             return false;  // declarations of its own
         }
     }
-    return true;
 }
 
 // Turns libplist's nodes into values.

@@ -80,11 +80,27 @@ TEST(InfoPlist, WhatIsOutOfBoundsIsNoDictionary) {
     nested += "</dict></plist>";
     std::string wide = "<plist><dict>";
     for (int i = 0; i < 1025; ++i) wide += "<key>k" + std::to_string(i) + "</key><string/>";
-    for (const std::string& bytes : {std::string(), std::string(" \n"), std::string("<plist>"),
-                                     std::string("<plist><array/></plist>"), std::string("{ CFBundleName = old; }"),
-                                     entity, nested, wide + "</dict></plist>", kXml + std::string(1024 * 1024, ' ')}) {
+    std::string references = "<plist><dict><key>k</key><string>";
+    while (references.size() < 1'000'000) references += "&amp;";
+    references += "</string></dict></plist>";
+    for (const std::string& bytes :
+         {std::string(), std::string(" \n"), std::string("<plist>"), std::string("<plist><array/></plist>"),
+          std::string("{ CFBundleName = old; }"), entity, nested, wide + "</dict></plist>", references,
+          kXml + std::string(1024 * 1024, ' ')}) {
         EXPECT_FALSE(platform::ParseInfoPlist(bytes)) << bytes.substr(0, 60);
     }
+}
+
+// A megabyte of texts with as many references as the longest one that is read can hold.
+TEST(InfoPlist, ManyReferencesAreRead) {
+    std::string text, xml = "<plist><dict>";
+    for (int i = 0; i < 4096; i++) text += "&amp;";
+    for (int i = 0; xml.size() < 1'000'000; i++)
+        xml += "<key>" + std::to_string(i) + "</key><string>" + text.substr(0, i == 0 ? text.npos : 4000) + "</string>";
+    const auto info = platform::ParseInfoPlist(xml + "</dict></plist>");
+    ASSERT_TRUE(info);
+    EXPECT_EQ(*info->String("0"), std::string(4096, '&'));
+    EXPECT_EQ(*info->String("1"), std::string(800, '&'));
 }
 
 TEST(InfoPlist, TextsOverTheLimitAreLeftOut) {
