@@ -7,9 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sched.h>
-#include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,28 +16,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string ReadFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    return bytes.str();
-}
-
 // The processes that have `variable` in their environment: those of one home, whoever started them.
 std::vector<pid_t> ProcessesWith(const std::string& variable) {
     std::vector<pid_t> found;
     for (const auto& entry : fs::directory_iterator("/proc")) {
         const pid_t pid = std::atoi(entry.path().filename().c_str());
         if (pid > 0 && pid != getpid() &&
-            ('\0' + ReadFile(entry.path() / "environ")).find('\0' + variable + '\0') != std::string::npos)
+            ('\0' + BytesOf(entry.path() / "environ")).find('\0' + variable + '\0') != std::string::npos)
             found.push_back(pid);
     }
     return found;
 }
 
-// Looks until `condition` holds; false when it doesn't within 15 s.
-template <class Condition>
-bool Await(Condition condition) {
+}  // namespace
+
+bool Await(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
@@ -48,8 +39,6 @@ bool Await(Condition condition) {
     return true;
 }
 
-}  // namespace
-
 Home::Home() {
     const std::string runtime = folder.MakeFolder("runtime");
     chmod(runtime.c_str(), 0700);
@@ -57,7 +46,7 @@ Home::Home() {
                    {"XDG_CONFIG_HOME", folder.MakeFolder("config")},
                    {"XDG_DATA_HOME", folder.MakeFolder("data")},
                    {"XDG_RUNTIME_DIR", runtime},
-                   {"QUILLO_RECORD_SECONDS", "600"},
+                   {"QUILLO_RECORD_SECONDS", "86400"},
                    {"PATH", "/usr/bin:/bin"},
                    {"TZ", "UTC0"}};
     for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"})
@@ -119,7 +108,7 @@ void Home::WriteStore(const std::vector<tools::StoredSchedule>& schedules) const
 std::string Home::CopyQuillo(const std::string& folderName, const std::string& version) const {
     const std::string bundle = folder.MakeFolder(folderName) + "/Quillo.app";
     fs::copy(QuilloBundle(), bundle, fs::copy_options::recursive);
-    std::string plist = ReadFile(bundle + "/Contents/Info.plist");
+    std::string plist = BytesOf(bundle + "/Contents/Info.plist");
     const std::string key = "<key>CFBundleVersion</key>";
     const size_t begin = plist.find("<string>", plist.find(key)) + 8;
     plist.replace(begin, plist.find("</string>", begin) - begin, version);
@@ -138,6 +127,20 @@ int Home::Control(const std::vector<std::string>& arguments, std::string* output
     const int status = control.AwaitEnd();
     if (output) *output = control.Output();
     return status;
+}
+
+std::unique_ptr<Program> Home::StartQuillo() const {
+    auto quillo = std::make_unique<Program>(std::vector{QuilloProgram()}, environment);
+    if (!quillo->AwaitOutput("nothing is due")) throw std::runtime_error("Quillo doesn't run: " + quillo->Output());
+    return quillo;
+}
+
+std::unique_ptr<Program> Home::StartHelper(const std::vector<std::string>& words) const {
+    auto helper = std::make_unique<Program>(words, environment);
+    if (AwaitService()) return helper;
+    helper->Signal(SIGKILL);
+    helper->AwaitEnd();
+    throw std::runtime_error("the helper doesn't serve: " + helper->Output());
 }
 
 bool Home::AwaitService() const {

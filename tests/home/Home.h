@@ -6,9 +6,14 @@
 #include "home/Program.h"
 #include "support/TempFolder.h"
 
+#include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
+
+// Looks until `condition` holds, where no event tells; false when it doesn't within 15 s.
+bool Await(const std::function<bool()>& condition);
 
 class Home {
 public:
@@ -33,6 +38,11 @@ public:
     std::string ServiceSocket() const;
     // Runs schedulectl to its end; `output` is all that it wrote.
     int Control(const std::vector<std::string>& arguments, std::string* output = nullptr) const;
+
+    // Quillo, idle: the helper serves while it runs. Throws when it doesn't come up.
+    std::unique_ptr<Program> StartQuillo() const;
+    // A helper that serves; `words`: the command line of another one than the built one. Throws when none does.
+    std::unique_ptr<Program> StartHelper(const std::vector<std::string>& words = {HelperProgram()}) const;
 
     // Waits until a helper serves; there is no event to wait for. False: none did within 15 s.
     bool AwaitService() const;

@@ -39,24 +39,46 @@ WireClient::WireClient(const std::string& socketPath) : socket(::socket(AF_UNIX,
         socket.Reset();
 }
 
-bool WireClient::Send(const tools::HelperRequest& request) {
+std::string WireClient::FrameOf(const tools::HelperRequest& request) {
     std::string payload;
     for (const LXPCData& item : request.Items()) AppendTo(payload, item);
     wire::FrameHeader header;
     header.number = request.ReplyKey().empty() ? 0 : ++number;
     header.payloadLength = static_cast<uint32_t>(payload.size());
     header.items = static_cast<uint16_t>(request.Items().size());
-    payload.insert(0, reinterpret_cast<const char*>(&header), sizeof header);
-    const ssize_t sent = send(socket.Get(), payload.data(), payload.size(), MSG_NOSIGNAL);
-    return sent == static_cast<ssize_t>(payload.size());
+    return payload.insert(0, reinterpret_cast<const char*>(&header), sizeof header);
+}
+
+bool WireClient::Send(const tools::HelperRequest& request) {
+    return SendBytes(FrameOf(request));
+}
+
+bool WireClient::SendBytes(std::string_view bytes, int flags) const {
+    const ssize_t sent = send(socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | flags);
+    return sent == static_cast<ssize_t>(bytes.size());
+}
+
+void WireClient::EndStream() const {
+    shutdown(socket.Get(), SHUT_WR);
+}
+
+bool WireClient::AwaitEnd(int timeoutMs) const {
+    pollfd readable{socket.Get(), POLLIN, 0};
+    char bytes[4096];
+    while (poll(&readable, 1, timeoutMs) == 1)
+        if (recv(socket.Get(), bytes, sizeof bytes, 0) <= 0) return true;
+    return false;
 }
 
 std::optional<bool> WireClient::Ask(const tools::HelperRequest& request, int timeoutMs) {
-    if (!Send(request)) return std::nullopt;
+    return Send(request) ? Answer(request, timeoutMs) : std::nullopt;
+}
+
+std::optional<bool> WireClient::Answer(const tools::HelperRequest& request, int timeoutMs) {
     char bytes[sizeof(wire::FrameHeader)];
     if (!Receive(bytes, sizeof bytes, timeoutMs)) return std::nullopt;
     const auto header = wire::ReadHeader(bytes);
-    if (!header || header->number != number) return std::nullopt;
+    if (!header || header->number != ++answered) return std::nullopt;
     std::string payload(header->payloadLength, '\0');
     if (!Receive(payload.data(), payload.size(), timeoutMs)) return std::nullopt;
     const auto items = wire::ReadItems(payload, header->items, header->descriptors);

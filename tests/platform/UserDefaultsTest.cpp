@@ -11,10 +11,8 @@
 #include <climits>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
-#include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -29,11 +27,6 @@ NSString S(std::string_view text) {
 
 NSDictionary FileAt(const std::string& path) {
     return NSDictionary::dictionaryWithContentsOfFile(S(path));
-}
-
-std::string BytesOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return (std::stringstream() << file.rdbuf()).str();
 }
 
 NSArray List(std::initializer_list<std::string_view> texts) {

@@ -3,8 +3,17 @@
 #include <CLI/CLI.hpp>
 
 #include <cinttypes>
+#include <cstdarg>
 #include <cstdio>
-#include <random>
+
+std::string Text(const char* format, ...) {
+    char text[500];
+    va_list values;
+    va_start(values, format);
+    vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    return text;
+}
 
 Stress::Stress(const char* programName, uint64_t defaultCount, int argc, char** argv)
     : name(programName), count(defaultCount) {
@@ -30,6 +39,10 @@ void Stress::Fail(const std::string& text, uint64_t repeatCount, uint64_t repeat
     Figure(text, false);
     printf("%-12s repeat with: scripts/stress %s --count %" PRIu64 " --seed %" PRIu64 "\n", name.c_str(), name.c_str(),
            repeatCount, repeatSeed);
+}
+
+void Stress::Skip(const std::string& text) const {
+    printf("%-12s %-6s %s\n", name.c_str(), "skips", text.c_str());
 }
 
 void Stress::Hush() {

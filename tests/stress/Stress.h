@@ -3,7 +3,18 @@
 #pragma once
 
 #include <cstdint>
+#include <random>
 #include <string>
+
+using Random = std::mt19937_64;
+
+// 0 to `end` - 1.
+inline int Below(Random& random, int end) {
+    return std::uniform_int_distribution(0, end - 1)(random);
+}
+
+// The text of a format, as printf has it.
+[[gnu::format(printf, 1, 2)]] std::string Text(const char* format, ...);
 
 class Stress {
 public:
@@ -18,6 +29,9 @@ public:
     void Figure(const std::string& text, bool holds);
     // A failure: `repeatCount` and `repeatSeed` are what --count and --seed must be to see it again.
     void Fail(const std::string& text, uint64_t repeatCount, uint64_t repeatSeed);
+
+    // What can't be tried here, and why.
+    void Skip(const std::string& text) const;
 
     // Keeps what the tried code reports to the standard error stream out of the output, where thousands of failures are
     // wanted. Sanitizers write past the stream.

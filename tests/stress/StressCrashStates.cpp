@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
     Stress stress("crash-states", 3, argc, argv);
     Stress::Hush();
     for (size_t length = 1; length <= stress.Count(); length++) {
-        CrashStates states(RealStoreProtocol());
+        CrashStates states;
         size_t runs = 0;
         ForEach(length, [&](CrashStates::Begin begin, const Requests& requests) {
             runs++;
@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
         Report(stress, "sequences of " + std::to_string(length) + " requests", runs, states);
     }
     for (size_t length = 2; length <= stress.Count(); length++) {
-        CrashStates killed(RealStoreProtocol()), failed(RealStoreProtocol());
+        CrashStates killed, failed;
         size_t kills = 0, failures = 0;
         ForEach(length, [&](CrashStates::Begin begin, const Requests& requests) {
             for (int call = 1; killed.TryAfterKill(begin, requests, call); call++) kills++;

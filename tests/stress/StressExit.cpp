@@ -187,44 +187,32 @@ const std::array kKinds = {
 // The place where ends are tried: a home, Quillo when it is to run, and an application that ends at once.
 class Stage {
 public:
-    Stage() {
-        environment["QUILLO_RECORD_SECONDS"] = "86400";
-        environment.try_emplace("TSAN_OPTIONS", "atexit_sleep_ms=300");  // what threads still do at the end shows in it
-        const std::string bundle = light.Join("Light.app");
-        light.Write("Light.app/Contents/Info.plist",
-                    "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.example.light</string>"
-                    "<key>CFBundleExecutable</key><string>light</string><key>CFBundleVersion</key>"
-                    "<string>2.14</string></dict></plist>");
-        light.MakeFolder("Light.app/Contents/Linux");
-        fs::copy_file("/bin/true", LightProgram());
-    }
+    Stage() { fs::copy_file("/bin/true", LightProgram()); }
 
-    std::string LightBundle() const { return light.Join("Light.app"); }
-    std::string LightProgram() const { return LightBundle() + "/Contents/Linux/light"; }
+    const std::string& LightBundle() const { return bundle; }
+    std::string LightProgram() const { return bundle + "/Contents/Linux/run"; }
 
-    // A helper with schedules that are due in the next three seconds; null when it doesn't come up.
+    // A helper with schedules that are due in the next three seconds.
     std::unique_ptr<Program> StartHelper(bool serving, bool refusing) {
         if (!serving) quillo.reset();
-        if (serving && !quillo) quillo.emplace(std::vector{Home::QuilloProgram()}, environment);
+        if (serving && !quillo) quillo = home.StartQuillo();
         std::vector<tools::StoredSchedule> schedules;
         for (int i = 0; i < kDue; i++)
-            schedules.push_back(
-                {"com.example.light", LightBundle(), DueName(i), time(nullptr) + 1 + i % 3, false, false, 0});
+            schedules.push_back({"com.example.light", bundle, DueName(i), time(nullptr) + 1 + i % 3, false, false, 0});
         home.WriteStore(schedules);
-        auto helper = std::make_unique<Program>(
-            refusing ? std::vector<std::string>{fs::read_symlink("/proc/self/exe"), "as-helper"}
-                     : std::vector{Home::HelperProgram()},
-            environment);
-        if (serving ? home.AwaitService() : home.AwaitHelper()) return helper;
-        return nullptr;
+        const std::vector<std::string> refusingHelper{fs::read_symlink("/proc/self/exe"), "as-helper"};
+        if (serving) return refusing ? home.StartHelper(refusingHelper) : home.StartHelper();
+        auto helper = std::make_unique<Program>(std::vector{Home::HelperProgram()}, home.Environment());
+        if (!home.AwaitHelper()) throw std::runtime_error("the helper does not come up: " + helper->Output());
+        return helper;
     }
 
     Home home;
 
 private:
     const TempFolder light;
-    std::map<std::string, std::string> environment = home.Environment();
-    std::optional<Program> quillo;
+    const std::string bundle = light.WriteBundle("Light.app", "com.example.light");
+    std::unique_ptr<Program> quillo;
 };
 
 // What a sanitizer, or anything but starts and ends, wrote.
@@ -255,7 +243,6 @@ Result FaultOrEnd(Program& helper, double since) {
 
 Result EndUnderLoad(Stage& stage, const Kind& kind, uint64_t seed) {
     const auto helper = stage.StartHelper(kind.serving, kind.name == kRefused);
-    if (!helper) return {"the helper does not come up", 0, 0};
     Load load(stage.home, stage.LightBundle(), kind.serving);
     for (int i = 0; i < kDue; i++) load.answered.Added(DueName(i));
     std::mt19937_64 random(seed);
@@ -275,7 +262,6 @@ Result EndUnderLoad(Stage& stage, const Kind& kind, uint64_t seed) {
 Result EndWhileAStartHangs(Stage& stage) {
     const platform::Descriptor writing(open(stage.LightProgram().c_str(), O_WRONLY | O_CLOEXEC));
     const auto helper = stage.StartHelper(true, false);
-    if (!helper) return {"the helper does not come up", 0, 0};
     if (!helper->AwaitOutput("cannot be launched yet")) return {"no start hangs: " + helper->Output(), 0, 0};
     const double since = Seconds();
     helper->Signal(SIGTERM);
@@ -318,6 +304,7 @@ int AsHelper(int argc, char** argv) {
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "as-helper") == 0) return AsHelper(argc, argv);
     Stress stress("exit", 48, argc, argv);
+    setenv("TSAN_OPTIONS", "atexit_sleep_ms=300", 0);  // what threads still do at the end shows in it
     Stage stage;
     std::array<Sum, kKinds.size()> sums;
     for (uint64_t i = 0; i < stress.Count(); i++) {

@@ -20,7 +20,6 @@
 #include <map>
 #include <mutex>
 #include <poll.h>
-#include <random>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -89,10 +88,7 @@ private:
 class DueApplication {
 public:
     DueApplication() {
-        folder.Write("Due.app/Contents/Info.plist",
-                     "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.example.due</string>"
-                     "<key>CFBundleVersion</key><string>2.14</string>"
-                     "<key>CFBundleExecutable</key><string>run</string></dict></plist>");
+        folder.WriteBundle("Due.app", "com.example.due");
         const std::string program = folder.Write("Due.app/Contents/Linux/run", "#!/bin/sh\necho >\"${0%/*}/starts\"\n");
         chmod(program.c_str(), 0755);
         const std::string name = folder.Join("Due.app/Contents/Linux/starts");
@@ -265,12 +261,7 @@ private:
 
 class Lives {
 public:
-    explicit Lives(Stress& reports) : stress(reports), applications(kLivesAtATime) {
-        std::map<std::string, std::string> environment = quilloHome.Environment();
-        environment["QUILLO_RECORD_SECONDS"] = "86400";  // helpers serve while it runs
-        quillo.emplace(std::vector{Home::QuilloProgram()}, environment);
-        if (!quillo->AwaitOutput("nothing is due")) stress.Figure("Quillo doesn't run: " + quillo->Output(), false);
-    }
+    explicit Lives(Stress& reports) : stress(reports), applications(kLivesAtATime) {}
 
     void Try(uint64_t count, uint64_t seed) {
         // As many healthy lives at a time as will fail: each sees the others' processes, and makes calls for them.
@@ -280,7 +271,7 @@ public:
         const auto never = std::count(calls.begin(), calls.end(), 0u);
         Plan();
         const size_t all = faults.size();
-        std::shuffle(faults.begin(), faults.end(), std::mt19937_64(seed));
+        std::shuffle(faults.begin(), faults.end(), Random(seed));
         if (faults.size() > count) faults.resize(count);
         Work();
         stress.Figure("helper: " + std::to_string(tried) + " of " + std::to_string(all) +
@@ -329,7 +320,7 @@ private:
     Stress& stress;
     const std::vector<DueApplication> applications;
     const Home quilloHome;
-    std::optional<Program> quillo;
+    const std::unique_ptr<Program> quillo = quilloHome.StartQuillo();
 
     std::mutex mutex;
     std::array<uint32_t, kFailingCalls.size()> calls{};  // of a healthy life, at the most
@@ -344,7 +335,7 @@ void TryTheStore(Stress& stress) {
                                          {StoreRequest::Add, "B", CrashStates::kNow + 200},
                                          {StoreRequest::Delete, "A"},
                                          {StoreRequest::DeleteAll}};
-    CrashStates states(RealStoreProtocol());
+    CrashStates states;
     size_t failures = 0;
     for (const auto begin : CrashStates::kBegins)
         for (const StoreRequest& first : alphabet)

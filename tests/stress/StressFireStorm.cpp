@@ -1,8 +1,8 @@
 // Many schedules due at once: with the helper as a process, which must start Quillo once and go on answering, and with
 // the scheduler alone, where each start and its lateness are seen.
+#include "SteeredClock.h"
 #include "Stress.h"
 
-#include "Clock.h"
 #include "UserDefaultsStore.h"
 #include "app/LScheduleHelperKeys.h"
 #include "home/Home.h"
@@ -37,13 +37,6 @@ double NowMs() {
     return static_cast<double>(platform::CurrentClock().BootNs()) / 1e6;
 }
 
-template <class... Values>
-std::string Text(const char* format, Values... values) {
-    char text[400];
-    snprintf(text, sizeof text, format, values...);
-    return text;
-}
-
 struct Spread {
     double median = 0, p99 = 0, max = 0, min = 0;
 
@@ -65,34 +58,6 @@ std::vector<StoredSchedule> OneTimeSchedules(uint64_t count, const std::string& 
 }
 
 // --- the scheduler alone ---------------------------------------------------------------------------------------------
-
-// The system's clock, but standing still until Go: what is planned meanwhile is due at one and the same moment.
-class StandingClock final : public platform::Clock {
-public:
-    StandingClock() { platform::SetClock(this); }
-    ~StandingClock() override { platform::SetClock(nullptr); }
-    StandingClock(const StandingClock&) = delete;
-    StandingClock& operator=(const StandingClock&) = delete;
-
-    void Go() { stands = false; }
-    uint64_t StartNs() const { return startNs; }
-
-    uint64_t BootNs() override { return stands ? startNs : Read(CLOCK_BOOTTIME); }
-    uint64_t MonotonicNs() override { return Read(CLOCK_MONOTONIC); }
-    time_t WallSeconds() override { return wall; }
-    bool IsVirtual() const override { return false; }
-
-private:
-    static uint64_t Read(clockid_t id) {
-        timespec t{};
-        clock_gettime(id, &t);
-        return static_cast<uint64_t>(t.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(t.tv_nsec);
-    }
-
-    const uint64_t startNs = Read(CLOCK_BOOTTIME);
-    const time_t wall = time(nullptr);
-    std::atomic<bool> stands{true};
-};
 
 // Notes when each schedule starts; their names are numbers.
 class NotingScheduler final : public LGCDScheduler {
@@ -157,7 +122,7 @@ private:
 void DueAtOnce(Stress& stress, size_t count, bool diskHangs) {
     const Home home;
     HangingDisk disk;
-    StandingClock clock;
+    SteeredClock clock(true);
     home.WriteStore(OneTimeSchedules(count, "/", clock.WallSeconds() + 1));
     platform::SetStandardUserDefaults(home.StorePath(), disk);
     NotingScheduler scheduler(count);
@@ -223,7 +188,7 @@ private:
 // A home in which Quillo runs, so that the helper serves, and a second Quillo, which schedules are to start.
 struct Stage {
     Home home;
-    Program quillo{{Home::QuilloProgram()}, home.Environment()};
+    const std::unique_ptr<Program> quillo = home.StartQuillo();
     const std::string other = home.CopyQuillo("other", "2.14");
 
     // When the other one was started, by its own log; throws when nothing was.
@@ -253,13 +218,12 @@ void DueInTheHelper(Stress& stress, uint64_t count) {
     Stage stage;
     const time_t launch = time(nullptr) + 5;
     stage.home.WriteStore(OneTimeSchedules(count, stage.other, launch));
-    Program helper({Home::HelperProgram()}, stage.home.Environment());
-    if (!stage.home.AwaitService()) return stress.Figure("the helper does not serve: " + helper.Output(), false);
+    const auto helper = stage.home.StartHelper();
     Askers askers(stage.home, 4);
     const bool allFired = stage.AwaitNoSchedules();
     const double doneMs = WallMs() - static_cast<double>(launch) * 1e3;
     const Spread answers = askers.Stop();
-    helper.AwaitOutput("(the helper)");
+    helper->AwaitOutput("(the helper)");
     const size_t starts = stage.Starts().size();
     stress.Figure(Text("%llu due in one second in the helper: %s; started Quillo %zu times; through %.0f ms after the "
                        "second began",
@@ -279,8 +243,7 @@ void ManyStored(Stress& stress, size_t count) {
     schedules.push_back({kMainAppBundleId, stage.other, "due", launch, false, false, 0});
     stage.home.WriteStore(schedules);
     const double startedMs = NowMs();
-    Program helper({Home::HelperProgram()}, stage.home.Environment());
-    if (!stage.home.AwaitService()) return stress.Figure("the helper does not serve: " + helper.Output(), false);
+    const auto helper = stage.home.StartHelper();
     const double servesMs = NowMs() - startedMs;
 
     WireClient client(stage.home.ServiceSocket());
@@ -294,7 +257,7 @@ void ManyStored(Stress& stress, size_t count) {
     }
     const size_t stored = stage.home.Stored().size();
     Askers askers(stage.home, 4);
-    const bool started = helper.AwaitOutput("(the helper)");
+    const bool started = helper->AwaitOutput("(the helper)");
     const double lateMs = WallMs() - static_cast<double>(launch) * 1e3;
     const Spread answers = askers.Stop(), adds(addsMs);
     stress.Figure(Text("%zu stored: serves after %.0f ms; 50 adds, %.1f ms each (median), %zu stored then; due one %s "
@@ -307,35 +270,12 @@ void ManyStored(Stress& stress, size_t count) {
                   askers.Unanswered() == 0 && answers.p99 < 100);
 }
 
-// Peers hold every descriptor that the helper may have. A start needs some of its own, and so does an add.
-void DescriptorsHeld(Stress& stress) {
-    Stage stage;
-    const time_t launch = time(nullptr) + 3;
-    stage.home.WriteStore(OneTimeSchedules(1, stage.other, launch));
-    Program helper({"/bin/sh", "-c", "ulimit -n 100; exec '" + Home::HelperProgram() + "'"}, stage.home.Environment());
-    if (!stage.home.AwaitService()) return stress.Figure("the helper does not serve: " + helper.Output(), false);
-    WireClient first(stage.home.ServiceSocket());
-    std::vector<std::unique_ptr<WireClient>> others;
-    for (int i = 0; i < 200; i++) others.push_back(std::make_unique<WireClient>(stage.home.ServiceSocket()));
-    first.Send(HelperRequest::Add({kMainAppBundleId, stage.other}, {"added", kFarAway, false, false, 0}));
-    const bool answers = first.Ask(HelperRequest::Test()) == true;
-    const bool started = helper.AwaitOutput("(the helper)");
-    const size_t stored = stage.home.Stored().size();
-    stress.Figure(Text("200 peers that keep connected to a helper with 100 descriptors: %s, %s, %zu stored of 2",
-                       answers ? "it answers" : "NO answer", started ? "it starts Quillo" : "it does NOT start Quillo",
-                       stored),
-                  answers && started && stored == 2);
-}
-
 // Applications that end at once, started one after the other by this process.
 void Launches(Stress& stress, uint64_t count) {
     const TempFolder folder;
-    folder.Write("Short.app/Contents/Info.plist",
-                 "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.example.short</string>"
-                 "<key>CFBundleExecutable</key><string>short</string></dict></plist>");
-    folder.MakeFolder("Short.app/Contents/Linux");
-    std::filesystem::copy_file("/bin/true", folder.Join("Short.app/Contents/Linux/short"));
-    const NSString bundle(folder.Join("Short.app"));
+    const std::string path = folder.WriteBundle("Short.app", "com.example.short");
+    std::filesystem::copy_file("/bin/true", path + "/Contents/Linux/run");
+    const NSString bundle(path);
     const auto hasChild = [] {
         siginfo_t info;
         return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
@@ -364,6 +304,5 @@ int main(int argc, char** argv) {
     DueAtOnce(stress, 10 * stress.Count(), false);
     DueInTheHelper(stress, stress.Count());
     ManyStored(stress, 10 * stress.Count());
-    DescriptorsHeld(stress);
     return stress.Status();
 }

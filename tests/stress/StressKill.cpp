@@ -9,22 +9,19 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <mutex>
+#include <optional>
 #include <plist/plist.h>
 #include <poll.h>
 #include <random>
-#include <sstream>
+#include <semaphore>
 #include <thread>
 
 namespace {
 
-using Random = std::mt19937_64;
 using Schedules = std::map<std::string, tools::StoredSchedule>;  // of one application, by name
 
 constexpr int kClients = 2;
@@ -33,19 +30,10 @@ constexpr int kMostAtOnce = 3;                           // requests before an a
 constexpr int kMostAnswered = 4;                         // before a kill
 constexpr std::chrono::microseconds kLongestWait{3000};  // from then to the kill: longer than a write takes
 constexpr std::chrono::microseconds kLongestStart{15'000};
-constexpr int kPatienceMs = 15'000;
+constexpr std::chrono::seconds kPatience{15};
 
-int Below(Random& random, int end) {
-    return std::uniform_int_distribution(0, end - 1)(random);
-}
-
-std::chrono::microseconds Below(Random& random, std::chrono::microseconds end) {
+std::chrono::microseconds TimeBelow(Random& random, std::chrono::microseconds end) {
     return std::chrono::microseconds(std::uniform_int_distribution<long>(0, end.count())(random));
-}
-
-std::string BytesOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return (std::stringstream() << file.rdbuf()).str();
 }
 
 // How many schedules libplist, which the helper's writer does not use, finds listed; nothing where it takes the file
@@ -61,32 +49,8 @@ std::optional<size_t> KeysByLibplist(const std::string& path) {
     return count;
 }
 
-// How many requests have been answered since the helper's start, for the thread that kills it.
-class Answers {
-public:
-    void Add() {
-        const std::lock_guard lock(mutex);
-        count++;
-        changed.notify_all();
-    }
-    void Stop() {
-        const std::lock_guard lock(mutex);
-        isStopped = true;
-        changed.notify_all();
-    }
-    // False: nobody answered in time, or a client gave up.
-    bool Await(int number) {
-        std::unique_lock lock(mutex);
-        changed.wait_for(lock, std::chrono::milliseconds(kPatienceMs), [&] { return count >= number || isStopped; });
-        return count >= number;
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
-    bool isStopped = false;
-};
+// One for each request answered since the helper's start, for the thread that kills it.
+using Answers = std::counting_semaphore<>;
 
 // One application that schedules work, in a thread of its own while the helper lives. It is the only one that changes
 // the schedules of its path, so it knows what must be stored.
@@ -110,9 +74,9 @@ public:
             const auto stored = tools::ReadStore(home.StorePath());  // as schedulectl looks
             if (!stored || OwnOf(*stored) != states[0]) {
                 fault = "answered, but not in the store";
-                return answers.Stop();
+                return answers.release(kMostAnswered);  // nobody needs to wait any more
             }
-            answers.Add();
+            answers.release();
         }
     }
 
@@ -138,7 +102,7 @@ private:
     bool AskForSomething(WireClient& wire) {
         for (int left = 1 + Below(random, kMostAtOnce); left > 0; left--)
             if (!wire.Send(Next())) return false;
-        return wire.Ask(tools::HelperRequest::Test(), kPatienceMs) == true;
+        return wire.Ask(tools::HelperRequest::Test()) == true;
     }
 
     tools::HelperRequest Next() {
@@ -183,24 +147,21 @@ public:
         for (int i = 0; i < kClients; i++)
             clients.push_back(std::make_unique<Client>(home, applications.Join("Quillo" + std::to_string(i) + ".app"),
                                                        seed + 1 + static_cast<uint64_t>(i)));
-        std::map<std::string, std::string> environment = home.Environment();
-        environment["QUILLO_RECORD_SECONDS"] = "86400";  // the helper serves while it runs
-        quillo = std::make_unique<Program>(std::vector{Home::QuilloProgram()}, environment);
-        if (!quillo->AwaitOutput("nothing is due")) fault = "Quillo doesn't run: " + quillo->Output();
     }
 
     // One life of a helper. False: something is wrong.
     bool Kill() {
         const auto left = LeftOver();
         const int number = Below(random, kMostAnswered + 1);
-        const auto wait = Below(random, number == 0 ? kLongestStart : kLongestWait);
+        const auto wait = TimeBelow(random, number == 0 ? kLongestStart : kLongestWait);
         Program helper({Home::HelperProgram()}, home.Environment());
         const auto started = std::chrono::steady_clock::now();
-        Answers answers;
+        Answers answers{0};
         std::atomic<bool> isKilled{false};
         std::vector<std::thread> threads;
         for (const auto& client : clients) threads.emplace_back([&] { client->Work(answers, isKilled); });
-        if (!answers.Await(number)) fault = "the helper doesn't answer: " + helper.Output();
+        for (int i = 0; i < number && fault.empty(); i++)
+            if (!answers.try_acquire_for(kPatience)) fault = "the helper doesn't answer: " + helper.Output();
         const auto until = (number == 0 ? started : std::chrono::steady_clock::now()) + wait;
         while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
         helper.Signal(SIGKILL);
@@ -215,10 +176,9 @@ public:
 
     // A helper that nobody kills takes over, and ends when asked to.
     bool End() {
-        Program helper({Home::HelperProgram()}, home.Environment());
-        if (!home.AwaitService()) fault = "the last helper doesn't serve: " + helper.Output();
-        helper.Signal(SIGTERM);
-        if (const int status = helper.AwaitEnd()) fault = "the last helper ends with " + std::to_string(status);
+        const auto helper = home.StartHelper();
+        helper->Signal(SIGTERM);
+        if (const int status = helper->AwaitEnd()) fault = "the last helper ends with " + std::to_string(status);
         return fault.empty() && Check();
     }
 
@@ -256,7 +216,7 @@ private:
     const Home home;
     const TempFolder applications;
     std::vector<std::unique_ptr<Client>> clients;
-    std::unique_ptr<Program> quillo;
+    const std::unique_ptr<Program> quillo = home.StartQuillo();
     Figures figures;
     std::string fault;
 };

@@ -6,6 +6,8 @@
 #include "support/ObservedScheduler.h"
 
 #include <algorithm>
+#include <fcntl.h>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -62,23 +64,34 @@ std::string TextOf(CrashStates::Begin begin, const CrashStates::Requests& reques
     return text;
 }
 
-// The program is killed before its n-th call that a program can be killed at.
-class KillingFileCalls : public FileCallsFilter {
+// The calls as the protocol has them.
+class StoreCalls final : public FaultyFileCalls {
 public:
-    using FileCallsFilter::FileCallsFilter;
-    struct Killed {};
+    StoreCalls(platform::FileCalls& disk, StoreProtocol storeProtocol)
+        : FaultyFileCalls(disk), protocol(storeProtocol) {}
 
-    void Arm(int call) { callsLeft = call; }
-
-protected:
-    // Descriptors close also when a program is killed.
-    bool Admit(Call call) override {
-        if (callsLeft > 0 && call != Call::Close && --callsLeft == 0) throw Killed();
-        return true;
+    int Open(const char* path, int flags, mode_t mode) override {
+        static constexpr std::string_view ending = ".new";
+        std::string name(path);
+        if (protocol == StoreProtocol::InPlace && (flags & O_CREAT) && name.ends_with(ending)) {
+            name.resize(name.size() - ending.size());
+            flags = (flags & ~O_EXCL) | O_TRUNC;
+        }
+        return FaultyFileCalls::Open(name.c_str(), flags, mode);
+    }
+    int Sync(int descriptor) override {
+        const bool omitsFolders = protocol == StoreProtocol::WithoutSyncOfTheFolder;
+        if (!omitsFolders && protocol != StoreProtocol::WithoutSyncOfTheFile) return FaultyFileCalls::Sync(descriptor);
+        struct stat info {};
+        const bool isFolder = Stat(descriptor, info) == 0 && S_ISDIR(info.st_mode);
+        return isFolder == omitsFolders ? 0 : FaultyFileCalls::Sync(descriptor);
+    }
+    int Rename(const char* from, const char* to) override {
+        return protocol == StoreProtocol::InPlace ? 0 : FaultyFileCalls::Rename(from, to);
     }
 
 private:
-    int callsLeft = 0;
+    const StoreProtocol protocol;
 };
 
 }  // namespace
@@ -96,7 +109,7 @@ public:
     // A new program on this disk.
     void Start() {
         scheduler.reset();
-        platform::SetStandardUserDefaults(kStore, killing);
+        platform::SetStandardUserDefaults(kStore, calls);
         scheduler = std::make_unique<ObservedScheduler>();
         scheduler->LoadFromSettings();
     }
@@ -109,7 +122,7 @@ public:
 
     void Do(const StoreRequest& request) {
         expected.push_back(After(expected.back(), request));
-        if (states.protocol.answersFirst) Answered();
+        if (states.protocol == StoreProtocol::AnsweringFirst) Answered();
         CarryOut(*scheduler, request);
     }
     void Answered() { oldest = expected.size() - 1; }
@@ -121,14 +134,15 @@ public:
     }
 
     bool Kill(const StoreRequest& request, int call) {
-        killing.Arm(call);
+        calls.Arm({call, FaultyFileCalls::kKilled, false});
+        bool isKilled = false;
         try {
             Do(request);
-        } catch (const KillingFileCalls::Killed&) {
-            return true;
+        } catch (const FaultyFileCalls::Killed&) {
+            isKilled = true;
         }
-        killing.Arm(0);
-        return false;
+        calls.Arm({});
+        return isKilled;
     }
     // Whoever looks now counts on what is there.
     void CountOnWhatIsThere() {
@@ -137,10 +151,10 @@ public:
     }
 
     bool Fail(const StoreRequest& request, FaultyFileCalls::Fault failure) {
-        faults.Arm(failure);
+        calls.Arm(failure);
         Do(request);
-        const bool hasFired = faults.HasFired();
-        faults.Arm({});
+        const bool hasFired = calls.HasFired();
+        calls.Arm({});
         return hasFired;
     }
     // Whether a reader finds the file in the last state, or in the one before.
@@ -186,9 +200,7 @@ private:
     CrashStates& states;
     platform::VirtualClock clock{kNow};
     MemoryDisk disk;
-    const std::unique_ptr<platform::FileCalls> calls = states.protocol.calls(disk);
-    FaultyFileCalls faults{*calls};
-    KillingFileCalls killing{faults};
+    StoreCalls calls{disk, states.protocol};
     std::unique_ptr<ObservedScheduler> scheduler;
     std::vector<Schedules> expected;  // after the begin and after each request
     size_t oldest = 0;

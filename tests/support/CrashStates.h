@@ -11,7 +11,6 @@
 
 #include "support/FaultyFileCalls.h"
 #include "support/MemoryDisk.h"
-#include "support/StoreProtocols.h"
 
 #include <array>
 #include <cstddef>
@@ -24,6 +23,16 @@ struct StoreRequest {
     enum Kind { Add, Delete, DeleteAll } kind;
     const char* name = "";
     long start = 0;  // of a one-time schedule, within a million seconds from now
+};
+
+// How the store's file calls reach the disk: as they are, or with one step of the protocol broken. The broken ones are
+// there to be found out: a harness that accepts them proves nothing.
+enum class StoreProtocol {
+    Real,
+    WithoutSyncOfTheFile,
+    WithoutSyncOfTheFolder,
+    InPlace,
+    AnsweringFirst,  // a request is answered before it is carried out
 };
 
 class CrashStates {
@@ -42,7 +51,7 @@ public:
         std::string text;
     };
 
-    explicit CrashStates(StoreProtocol storeProtocol) : protocol(std::move(storeProtocol)) {}
+    explicit CrashStates(StoreProtocol storeProtocol = StoreProtocol::Real) : protocol(storeProtocol) {}
 
     void Try(Begin begin, const Requests& requests);
     // The same, but before the `call`-th file call of the last request but one the program is killed, and a new one

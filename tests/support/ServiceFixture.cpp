@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -18,14 +17,8 @@ ServiceFixture::ServiceFixture() : runtime(folder.Path() + "/run") {
     const char* old = std::getenv("XDG_RUNTIME_DIR");
     oldRuntime = old ? old : "";
     setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-    const std::string bundle = folder.Path() + "/Test.app";
-    std::filesystem::create_directories(bundle + "/Contents/Linux");
-    std::ofstream(bundle + "/Contents/Info.plist")
-        << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-           "<key>CFBundleIdentifier</key><string>com.example.test</string>"
-           "<key>MachServices</key><dict><key>"
-        << kService << "</key><true/></dict></dict></plist>\n";
-    platform::SetMainBundleRoot(bundle);
+    const std::string services = "<key>MachServices</key><dict><key>" + std::string(kService) + "</key><true/></dict>";
+    platform::SetMainBundleRoot(folder.WriteBundle("Test.app", "com.example.test", services));
 }
 
 ServiceFixture::~ServiceFixture() {

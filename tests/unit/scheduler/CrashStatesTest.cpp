@@ -22,7 +22,7 @@ struct CrashStatesTest : testing::Test {
     ~CrashStatesTest() override { testing::internal::GetCapturedStderr(); }
 };
 
-CrashStates Tried(const StoreProtocol& protocol) {
+CrashStates Tried(StoreProtocol protocol) {
     CrashStates states(protocol);
     for (const auto begin : CrashStates::kBegins)
         for (const auto& requests : {kAdds, kReplaceAndDelete}) states.Try(begin, requests);
@@ -32,7 +32,7 @@ CrashStates Tried(const StoreProtocol& protocol) {
 }  // namespace
 
 TEST_F(CrashStatesTest, TheStoreSurvivesEveryPowerFailure) {
-    CrashStates states = Tried(RealStoreProtocol());
+    CrashStates states = Tried(StoreProtocol::Real);
     for (const auto begin : CrashStates::kBegins) {
         for (int call = 1; states.TryAfterKill(begin, kAdds, call); call++) {
         }
@@ -50,10 +50,10 @@ TEST_F(CrashStatesTest, EachBrokenStoreIsFoundOutForItsOwnReason) {
         StoreProtocol protocol;
         std::set<std::pair<Loss, bool>> reasons;  // what is wrong, and whether amid the last request
     } const cases[] = {
-        {"no sync of the file", WithoutSyncOfTheFile(), {{Loss::Damaged, true}, {Loss::Damaged, false}}},
-        {"no sync of the folder", WithoutSyncOfTheFolder(), {{Loss::Lost, true}, {Loss::Lost, false}}},
-        {"in place", WritingInPlace(), {{Loss::Damaged, true}, {Loss::Mixed, true}}},
-        {"answers first", AnsweringFirst(), {{Loss::Lost, true}}},
+        {"no sync of the file", StoreProtocol::WithoutSyncOfTheFile, {{Loss::Damaged, true}, {Loss::Damaged, false}}},
+        {"no sync of the folder", StoreProtocol::WithoutSyncOfTheFolder, {{Loss::Lost, true}, {Loss::Lost, false}}},
+        {"in place", StoreProtocol::InPlace, {{Loss::Damaged, true}, {Loss::Mixed, true}}},
+        {"answers first", StoreProtocol::AnsweringFirst, {{Loss::Lost, true}}},
     };
     for (const auto& [name, protocol, reasons] : cases) {
         std::set<std::pair<Loss, bool>> found;
