@@ -137,22 +137,21 @@ void CheckSetting(const frames::Frame& frame) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < frames::kHeader) return 0;
+void TryInput(const uint8_t* data, size_t size) {
+    if (size < frames::kHeader) return;
     const std::string_view input(reinterpret_cast<const char*>(data), size);
     frames::Frame frame;
     const frames::Reading reading = frames::Read(input, 0, frame);
     const auto header = wire::ReadHeader(input.data());
-    if (!header) return Require(reading == frames::Reading::Broken, "only a broken header is refused"), 0;
+    if (!header) return Require(reading == frames::Reading::Broken, "only a broken header is refused");
     Require(header->number == frame.number && header->descriptors == frame.descriptors, "both readers agree");
 
     // Where the length is wrong, what there is counts: else most inputs would end here.
     const auto items = ReadBoth(input.substr(frames::kHeader), *header, frame);
-    if (!items) return 0;
+    if (!items) return;
     const std::string payload(input.substr(frames::kHeader));
     const Message message = Message::Adopt(
         new XPCDictionary(*header, payload, *items, OpenDescriptors(header->descriptors), XPCRef<XPCConnection>()));
     CheckReading(message, frame);
     CheckSetting(frame);
-    return 0;
 }
