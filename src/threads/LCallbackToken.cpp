@@ -12,24 +12,23 @@ thread_local LCallbackScope* innermost = nullptr;
 }  // namespace
 
 bool LCallbackGate::Enter() {
-    LMutexLock lock(mutex);
-    if (closed) return false;
-    running++;
+    uint32_t seen = word.load(std::memory_order_relaxed);
+    do {
+        if (seen & kClosed) return false;
+    } while (!word.compare_exchange_weak(seen, seen + 1, std::memory_order_acquire, std::memory_order_relaxed));
     return true;
 }
 
 void LCallbackGate::Leave() {
-    LMutexLock lock(mutex);
-    running--;
-    if (closed) left.notify_all();
+    if (word.fetch_sub(1, std::memory_order_release) & kClosed) word.notify_all();
 }
 
-void LCallbackGate::Close(unsigned ownScopes) L_NO_THREAD_SAFETY_ANALYSIS {
-    std::unique_lock lock(mutex.Native());
-    closed = true;
+void LCallbackGate::Close(unsigned ownScopes) {
+    uint32_t seen = word.fetch_or(kClosed, std::memory_order_acquire) | kClosed;
     // A callback that sleeps at the exit gate never leaves; waiting for it would keep the process from ending.
     if (dispatch_gate_passed()) return;
-    left.wait(lock, [&]() L_NO_THREAD_SAFETY_ANALYSIS { return running <= ownScopes; });
+    for (; (seen & ~kClosed) > ownScopes; seen = word.load(std::memory_order_acquire))
+        word.wait(seen, std::memory_order_acquire);
 }
 
 void LCallbackToken::Close() {

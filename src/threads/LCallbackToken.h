@@ -9,9 +9,8 @@
 // to the handler above. Callbacks nest. Any thread.
 #pragma once
 
-#include <bsd/LMutex.h>
-
-#include <condition_variable>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 
 // What a token and the callbacks share.
@@ -29,10 +28,9 @@ private:
     void Leave();
     void Close(unsigned ownScopes);
 
-    LMutex mutex;
-    std::condition_variable left;
-    bool closed L_GUARDED_BY(mutex) = false;
-    unsigned running L_GUARDED_BY(mutex) = 0;
+    static constexpr uint32_t kClosed = 0x8000'0000;
+
+    std::atomic<uint32_t> word{0};  // callbacks that run, and kClosed
 };
 
 class LCallbackToken {
