@@ -8,12 +8,33 @@
 #include <dispatch/dispatch.h>
 #include <dispatch/pump.h>
 
+#include <memory>
+
 struct dispatch_queue_s {};
 struct dispatch_source_type_s {};
 
 namespace {
 dispatch_queue_s mainQueue, globalQueue;
 const dispatch_source_type_s timerType;
+
+class GlobalBlock final : public platform::PoolJob {
+public:
+    explicit GlobalBlock(dispatch_block_t toRun) : block(std::move(toRun)) {}
+
+    void Run() override {
+        auto& pool = platform::EventPool::Shared();
+        if (!pool.TakePlace()) return pool.Postpone(*this);
+        {
+            const std::unique_ptr<GlobalBlock> self(this);
+            platform::ExitGatePassage passage;
+            block();
+        }
+        pool.GivePlace();
+    }
+
+private:
+    const dispatch_block_t block;
+};
 }  // namespace
 
 const dispatch_source_type_s* const DISPATCH_SOURCE_TYPE_TIMER = &timerType;
@@ -30,10 +51,7 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
     if (queue == &mainQueue)
         platform::MainQueue::Shared().Async(std::move(block));
     else
-        platform::EventPool::Shared().Submit([handler = std::move(block)] {
-            platform::ExitGatePassage passage;
-            handler();
-        });
+        platform::EventPool::Shared().Submit(*std::make_unique<GlobalBlock>(std::move(block)).release());
 }
 
 void dispatch_main() {

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <pthread.h>
 #include <sys/eventfd.h>
 
@@ -13,8 +14,8 @@ EventPool& EventPool::Shared() {
     return pool;
 }
 
-EventPool::EventPool() : writeRelay(*this), wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wake && events.Add(wake.Get(), EPOLLIN, *this) && events.Add(writeEvents.Fd(), EPOLLIN, writeRelay)) return;
+EventPool::EventPool() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (wake && events.AddLasting(wake.Get(), EPOLLIN | EPOLLET, *this)) return;
     std::perror("event pool");
     std::abort();
 }
@@ -54,58 +55,98 @@ bool EventPool::StartThread() {
 void EventPool::Work() {
     for (;;) {
         waiting.fetch_add(1);
-        uint32_t ready = 0;
-        Watcher* watcher = events.Wait(-1, ready);
+        const EventSet::Ready ready = events.Wait(-1);
         const bool lastWaiter = waiting.fetch_sub(1) == 1;
-        if (!watcher) continue;
+        if (!ready) continue;
         if (lastWaiter) StartThread();
-        watcher->OnReady(ready);
+        ready.Handle();
         if (waiting.load() >= kSpareThreads) break;
     }
     threads.fetch_sub(1);
 }
 
 bool EventPool::RunOne() {
-    uint32_t ready = 0;
-    Watcher* watcher = events.Wait(0, ready);
-    if (watcher) watcher->OnReady(ready);
-    return watcher != nullptr;
+    const EventSet::Ready ready = events.Wait(0);
+    if (ready) ready.Handle();
+    return static_cast<bool>(ready);
+}
+
+void EventPool::WakeOne() const {
+    eventfd_write(wake.Get(), 1);
+}
+
+// Who is woken finds the lock free.
+void EventPool::Submit(PoolJob& job) {
+    EnsureThread();
+    bool isFirst;
+    {
+        LMutexLock guard(lock);
+        isFirst = jobs.IsEmpty();
+        jobs.Add(job);
+    }
+    if (isFirst) WakeOne();
 }
 
 void EventPool::Submit(std::function<void()> block) {
-    EnsureThread();
-    LMutexLock guard(lock);
-    blocks.push_back(std::move(block));
-    if (blocks.size() == 1) eventfd_write(wake.Get(), 1);
+    class Block final : public PoolJob {
+    public:
+        explicit Block(std::function<void()> toRun) : block(std::move(toRun)) {}
+        void Run() override {
+            const std::unique_ptr<Block> self(this);
+            block();
+        }
+
+    private:
+        const std::function<void()> block;
+    };
+    Submit(*std::make_unique<Block>(std::move(block)).release());
 }
 
-// The eventfd stays readable until the last block is taken, so that each armed round wakes one more thread.
-bool EventPool::TakeBlock(std::function<void()>& block) {
-    LMutexLock guard(lock);
-    if (blocks.empty()) return false;
-    block = std::move(blocks.front());
-    blocks.pop_front();
-    if (!blocks.empty()) return true;
-    eventfd_t count;
-    eventfd_read(wake.Get(), &count);
+// One job for each event, so that one that submits itself again waits behind everything else that is ready. Who takes
+// one wakes a thread for the next.
+void EventPool::OnReady(uint32_t) {
+    PoolJob* job;
+    bool areMore;
+    {
+        LMutexLock guard(lock);
+        job = jobs.Take();
+        areMore = !jobs.IsEmpty();
+    }
+    if (areMore) WakeOne();
+    if (job) job->Run();
+}
+
+bool EventPool::TakePlace() {
+    int taken = places.load(std::memory_order_relaxed);
+    do {
+        if (taken >= kPlaces) return false;
+    } while (!places.compare_exchange_weak(taken, taken + 1));
     return true;
 }
 
-void EventPool::OnReady(uint32_t) {
-    std::function<void()> block;
-    bool taken = TakeBlock(block);
-    events.Arm(wake.Get(), EPOLLIN, *this);
-    for (; taken; taken = TakeBlock(block)) {
-        block();
-        block = nullptr;
-    }
+// Either who gives its place back sees what is postponed, or who postpones sees the place.
+void EventPool::GivePlace() {
+    places.fetch_sub(1);
+    if (isPostponed.load()) SubmitPostponed();
 }
 
-void EventPool::WriteRelay::OnReady(uint32_t) {
-    uint32_t ready = 0;
-    Watcher* watcher = pool.writeEvents.Wait(0, ready);
-    pool.events.Arm(pool.writeEvents.Fd(), EPOLLIN, *this);
-    if (watcher) watcher->OnReady(ready);
+void EventPool::Postpone(PoolJob& job) {
+    {
+        LMutexLock guard(lock);
+        postponed.Add(job);
+        isPostponed.store(true);
+    }
+    if (places.load() < kPlaces) SubmitPostponed();
+}
+
+void EventPool::SubmitPostponed() {
+    PoolJob* job;
+    {
+        LMutexLock guard(lock);
+        job = postponed.Take();
+        isPostponed.store(!postponed.IsEmpty());
+    }
+    if (job) Submit(*job);
 }
 
 }  // namespace platform

@@ -2,6 +2,9 @@
 // the work itself. Whenever the last waiting thread takes an event, another thread is started, so that a handler that
 // blocks delays nobody (up to kMaxThreads); threads beyond a few spare ones end when they have nothing to do. No thread
 // exists before the first use. Immortal. All functions from any thread.
+//
+// Whoever runs handlers that strangers may cause (connections, blocks of the global queue) takes a place first. There
+// are fewer places than threads: however many of those handlers hang, timers and signals find a thread.
 #pragma once
 
 #include "EventSet.h"
@@ -9,10 +12,39 @@
 #include <bsd/LMutex.h>
 
 #include <atomic>
-#include <deque>
 #include <functional>
 
 namespace platform {
+
+// Work for a thread of the pool. Submitting one allocates nothing; it may be submitted again once it runs.
+class PoolJob {
+public:
+    virtual ~PoolJob() = default;
+    virtual void Run() = 0;
+
+private:
+    friend class PoolJobs;
+    PoolJob* next = nullptr;
+};
+
+class PoolJobs {
+public:
+    bool IsEmpty() const { return !first; }
+    void Add(PoolJob& job) {
+        job.next = nullptr;
+        (first ? last->next : first) = &job;
+        last = &job;
+    }
+    PoolJob* Take() {
+        PoolJob* const job = first;
+        if (job) first = job->next;
+        return job;
+    }
+
+private:
+    PoolJob* first = nullptr;
+    PoolJob* last = nullptr;
+};
 
 class EventPool final : private Watcher {
 public:
@@ -23,53 +55,52 @@ public:
         EnsureThread();
         return events;
     }
-    // A second set for the interest "writable", so that a descriptor can be armed for both directions independently.
-    EventSet& WriteEvents() {
-        EnsureThread();
-        return writeEvents;
-    }
-
-    // Runs `block` on a thread of the pool, outside the exit gate: each handler that it calls enters by itself, so that
-    // none starts once the gate is closed. Blocks start in order; several run side by side.
+    // Runs `job` on a thread of the pool, outside the exit gate: each handler that it calls enters by itself, so that
+    // none starts once the gate is closed. Jobs start in order; several run side by side.
+    void Submit(PoolJob& job);
     void Submit(std::function<void()> block);
+
+    // False when all places are taken: then what was to be done goes to Postpone.
+    bool TakePlace();
+    void GivePlace();
+    // Submits the job once a place is free, those that came earlier first. It takes its place by itself.
+    void Postpone(PoolJob& job);
 
     // Test seam, before the first use: no thread is started, the caller's is the pool's only one and works when it
     // calls RunOne. That makes what connections do the same each time.
-    void RunByHand() { threads = 1; }
+    void RunByHand() {
+        threads = 1;
+        byHand = true;
+    }
+    bool IsRunByHand() const { return byHand; }
     // Does the work of one ready event on the calling thread; false when none is ready.
     bool RunOne();
 
 private:
     static constexpr int kMaxThreads = 64;
+    static constexpr int kPlaces = 48;
     static constexpr int kSpareThreads = 4;
 
-    // Passes events of writeEvents on to their watchers.
-    class WriteRelay final : public Watcher {
-    public:
-        explicit WriteRelay(EventPool& owner) : pool(owner) {}
-        void OnReady(uint32_t) override;
-
-    private:
-        EventPool& pool;
-    };
-
     EventPool();
-    void OnReady(uint32_t events) override;  // blocks were submitted
-    bool TakeBlock(std::function<void()>& block);
+    void OnReady(uint32_t events) override;  // jobs were submitted
+    void SubmitPostponed();
+    void WakeOne() const;
     void EnsureThread();
     bool StartThread();
     void Work();
 
     EventSet events;
-    EventSet writeEvents;
-    WriteRelay writeRelay;
-    Descriptor wake;  // an eventfd, readable while blocks wait
+    Descriptor wake;  // an eventfd; each write wakes a thread
+    bool byHand = false;
 
     std::atomic<int> threads{0};
     std::atomic<int> waiting{0};
+    std::atomic<int> places{0};  // taken
+    std::atomic<bool> isPostponed{false};
 
     LMutex lock;
-    std::deque<std::function<void()>> blocks L_GUARDED_BY(lock);
+    PoolJobs jobs L_GUARDED_BY(lock);
+    PoolJobs postponed L_GUARDED_BY(lock);
 };
 
 }  // namespace platform

@@ -1,12 +1,14 @@
 #include "MainQueue.h"
 
 #include "Clock.h"
+#include "EventPool.h"
 #include "ExitGate.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 
 namespace platform {
 
@@ -19,8 +21,10 @@ MainQueue& MainQueue::Shared() {
     return queue;
 }
 
-MainQueue::MainQueue() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wake && events.Add(wake.Get(), EPOLLIN, *this)) return;
+MainQueue::MainQueue()
+    : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      watchTimer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+    if (wake && watchTimer && events.AddLasting(wake.Get(), EPOLLIN, *this)) return;
     std::perror("main queue");
     std::abort();
 }
@@ -44,15 +48,16 @@ void MainQueue::OnReady(uint32_t) {
             eventfd_read(wake.Get(), &count);
         }
     }
-    events.Arm(wake.Get(), EPOLLIN, *this);
     if (!block) return;
     ExitGatePassage passage;
     block();
 }
 
 void MainQueue::ServeOnce(int timeoutMs) {
-    uint32_t ready = 0;
-    if (Watcher* watcher = events.Wait(timeoutMs, ready)) watcher->OnReady(ready);
+    Rest();
+    const EventSet::Ready ready = events.Wait(timeoutMs);
+    Work();
+    if (ready) ready.Handle();
 }
 
 bool MainQueue::IsServedByThisThread() {
@@ -66,7 +71,7 @@ bool MainQueue::IsEmpty() {
 
 void MainQueue::Serve() {
     serving = true;
-    served.store(true, std::memory_order_release);
+    served.store(true);
     for (;;) ServeOnce(-1);
 }
 
@@ -93,20 +98,85 @@ bool MainQueue::Pump(const std::function<bool()>& until, uint32_t timeoutMs) {
     }
     if (outermost) {
         serving = false;
-        served.store(false, std::memory_order_release);
-        std::function<void()> hook;
-        {
-            LMutexLock guard(lock);
-            hook = unservedHook;
-        }
-        if (hook) hook();
+        served.store(false);
+        Evict();
     }
     return reached;
 }
 
-void MainQueue::SetUnservedHook(std::function<void()> hook) {
+// --- guests and the watch --------------------------------------------------------------------------------------------
+//
+// All of it is sequentially consistent. A guest that comes and a main thread that begins to work each write first
+// (`guests`, `turn`) and then start the watch: one of them sees the other, so that no guest is ever left with a main
+// thread at work and no watch. Starting it twice is starting it once: `watched` admits one.
+
+void MainQueue::Rest() {
+    turn.fetch_add(turn.load(std::memory_order_relaxed) & 1);
+    if (held.load(std::memory_order_relaxed)) held.store(false);
+}
+
+void MainQueue::Work() {
+    turn.fetch_add(1);
+    if (guests.load() > 0) StartWatch();
+}
+
+void MainQueue::AddGuest() {
+    guests.fetch_add(1);
+    StartWatch();
+}
+
+void MainQueue::StartWatch() {
+    if (watched.load() || EventPool::Shared().IsRunByHand() || watched.exchange(true)) return;
+    watchedTurn = turn.load();
+    ArmWatch();
+}
+
+void MainQueue::ArmWatch() {
+    itimerspec setting{};
+    setting.it_value.tv_nsec = kPatienceMs * 1'000'000;
+    timerfd_settime(watchTimer.Get(), 0, &setting, nullptr);
+    const EventSet& set = EventPool::Shared().Events();
+    const bool wasKnown = isTimerKnown.exchange(true);
+    if (wasKnown ? set.Arm(watchTimer.Get(), EPOLLIN, watch) : set.Add(watchTimer.Get(), EPOLLIN, watch)) return;
+    std::perror("epoll_ctl");  // nobody looks after guests from here on; they are only slower to be served
+}
+
+// On a thread of the pool, `watched` being set by whoever armed the timer.
+void MainQueue::Look() {
+    const uint64_t now = turn.load();
+    if (guests.load() == 0) {
+        watched.store(false);
+        if (guests.load() > 0) StartWatch();
+        return;
+    }
+    if (now == watchedTurn && now % 2 == 1) {
+        held.store(true);
+        watched.store(false);
+        Evict();
+        return;
+    }
+    if (now == watchedTurn) {
+        watched.store(false);
+        if (turn.load() == now || watched.exchange(true)) return;
+    }
+    watchedTurn = now;
+    ArmWatch();
+}
+
+// A guest that is registered while this runs either sees that the main thread is not responsive, or is there to be
+// moved: both are under that connection's lock.
+void MainQueue::Evict() {
+    std::function<void()> hook;
+    {
+        LMutexLock guard(lock);
+        hook = evictionHook;
+    }
+    if (hook) hook();
+}
+
+void MainQueue::SetEvictionHook(std::function<void()> hook) {
     LMutexLock guard(lock);
-    unservedHook = std::move(hook);
+    evictionHook = std::move(hook);
 }
 
 }  // namespace platform

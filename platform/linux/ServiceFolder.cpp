@@ -3,6 +3,7 @@
 #include "Passing.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -69,13 +70,19 @@ bool Connect(int socket, const sockaddr_un& address) {
     return connected;
 }
 
+std::atomic<rlim_t> lastAccepted{RLIM_INFINITY};  // its number was the lowest free one
+
 // Peers that come and stay must not take the last descriptors: the store and the starting of applications need some.
+// The lowest free one is looked for only where the last peer's was near the bound.
 bool IsDescriptorSpare(int any) {
     constexpr rlim_t kKept = 192;  // two for each thread of a full pool that looks for a running application, and more
+    constexpr rlim_t kNear = 64;
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return true;
+    const rlim_t bound = limit.rlim_cur - std::min(kKept, limit.rlim_cur / 4);
+    if (lastAccepted < bound && bound - lastAccepted > kNear) return true;
     const Descriptor lowestFree(fcntl(any, F_DUPFD_CLOEXEC, 0));
-    return lowestFree && static_cast<rlim_t>(lowestFree.Get()) + std::min(kKept, limit.rlim_cur / 4) < limit.rlim_cur;
+    return lowestFree && static_cast<rlim_t>(lowestFree.Get()) < bound;
 }
 
 }  // namespace
@@ -138,6 +145,7 @@ Descriptor AcceptPeer(int listener, pid_t& peerPid) {
     }
     Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) return {};
+    lastAccepted = static_cast<rlim_t>(socket.Get());
     const auto peer = Peer(socket.Get());
     if (!peer || peer->uid != geteuid() || peer->pid <= 0) {
         errno = ECONNABORTED;

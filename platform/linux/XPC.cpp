@@ -13,11 +13,14 @@ using namespace platform;
 
 namespace {
 
+// Of the two that a program takes for connections, only listeners aren't registered.
 XPCConnection* AsConnection(xpc_connection_t object) {
-    return dynamic_cast<XPCConnection*>(object);
+    const bool isOne = object && object->type == XPC_TYPE_CONNECTION && object->registered;
+    return isOne ? static_cast<XPCConnection*>(object) : nullptr;
 }
 XPCListener* AsListener(xpc_connection_t object) {
-    return dynamic_cast<XPCListener*>(object);
+    const bool isOne = object && object->type == XPC_TYPE_CONNECTION && !object->registered;
+    return isOne ? static_cast<XPCListener*>(object) : nullptr;
 }
 
 XPCDictionary* AsDictionary(xpc_object_t object) {

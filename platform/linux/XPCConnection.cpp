@@ -5,12 +5,11 @@
 #include "MainQueue.h"
 #include "ServiceFolder.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <new>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <unordered_set>
 
 namespace platform {
@@ -20,70 +19,24 @@ namespace {
 // server is busy: they are the person's schedules.
 constexpr size_t kMaxPeerQueue = 4 << 20;
 constexpr size_t kMaxClientQueue = 64 << 20;
-constexpr size_t kQueuedOverhead = 128;
 
-constexpr size_t kFirstRead = 4096;
-constexpr size_t kBulkRead = size_t{64} * 1024;
-constexpr size_t kFrameHeader = sizeof(wire::FrameHeader);
+constexpr size_t kUsualBarriers = 64;  // room for more is given back
+
+constexpr uint32_t kReading = EPOLLIN | EPOLLRDHUP;
+constexpr uint32_t kEnd = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
 
 thread_local XPCConnection* current = nullptr;
 
 std::atomic<pid_t> reportedPid{-1};
 
-// Control data for the descriptors of one frame.
-union ControlBuffer {
-    cmsghdr alignment;
-    char bytes[CMSG_SPACE(wire::kMaxDescriptors * sizeof(int))];
-};
-
-void AttachDescriptors(msghdr& message, ControlBuffer& control, const std::vector<Descriptor>& descriptors) {
-    if (descriptors.empty()) return;
-    const size_t size = descriptors.size() * sizeof(int);
-    message.msg_control = control.bytes;
-    message.msg_controllen = CMSG_SPACE(size);
-    cmsghdr* header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(size);
-    for (size_t i = 0; i < descriptors.size(); i++) {
-        const int fd = descriptors[i].Get();
-        std::memcpy(CMSG_DATA(header) + i * sizeof fd, &fd, sizeof fd);
-    }
-}
-
-// Bytes sent; 0 when the socket is full; -1 when it is dead.
-ssize_t SendNow(int fd, iovec* parts, size_t count, const std::vector<Descriptor>& descriptors) {
-    msghdr message{};
-    ControlBuffer control;
-    message.msg_iov = parts;
-    message.msg_iovlen = count;
-    AttachDescriptors(message, control, descriptors);
-    for (;;) {
-        const ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent >= 0) return sent;
-        if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS) return 0;
-        if (errno != EINTR) return -1;
-    }
+EventSet& PoolEvents() {
+    return EventPool::Shared().Events();
 }
 
 bool Duplicate(const std::vector<Descriptor>& descriptors, std::vector<Descriptor>& copies) {
     for (const Descriptor& descriptor : descriptors)
         if (!copies.emplace_back(fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, 0))) return false;
     return true;
-}
-
-// Moves received descriptors into `into`; false when the kernel had to cut the control data.
-bool TakeDescriptors(msghdr& message, std::vector<Descriptor>& into) {
-    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; i++) {
-            int fd;
-            std::memcpy(&fd, CMSG_DATA(header) + i * sizeof fd, sizeof fd);
-            into.emplace_back(fd);
-        }
-    }
-    return !(message.msg_flags & MSG_CTRUNC);
 }
 
 }  // namespace
@@ -96,9 +49,27 @@ void SetReportedPeerPid(pid_t pid) {
     reportedPid = pid;
 }
 
-// --- clients
-// -----------------------------------------------------------------------------------------------------------
+// --- all connections -------------------------------------------------------------------------------------------------
 
+class XPCConnection::Hints final : public NumberedWatcher {
+public:
+    static void Install() {
+        [[maybe_unused]] static const bool isInstalled = (EventSet::SetNumberedWatcher(*new Hints), true);
+    }
+
+    void OnReady(uintptr_t number, uint32_t ready) override {
+        xpc_object_t object = xpc_handle_retain(static_cast<long>(number), XPC_TYPE_CONNECTION);
+        if (!object) return;
+        const auto connection = XPCRef<XPCConnection>::Adopt(static_cast<XPCConnection*>(object));
+        try {
+            connection->OnReady(ready);
+        } catch (const std::bad_alloc&) {
+            connection->LoseOutgoing();
+        }
+    }
+};
+
+// The clients, of which those on the main thread's set move to the pool when it stops looking at it.
 class XPCConnection::Clients {
 public:
     static Clients& Shared() {
@@ -118,7 +89,7 @@ public:
 
 private:
     Clients() {
-        MainQueue::Shared().SetUnservedHook([this] { MoveAllToPool(); });
+        MainQueue::Shared().SetEvictionHook([this] { MoveAllToPool(); });
     }
 
     void MoveAllToPool() {
@@ -141,6 +112,7 @@ private:
 XPCConnection::XPCConnection(bool client, std::string serviceName, Descriptor connected, pid_t peerPid)
     : xpc_object_s(XPC_TYPE_CONNECTION, true), isClient(client), service(std::move(serviceName)), pid(peerPid),
       socket(std::move(connected)) {
+    Hints::Install();
     if (isClient) Clients::Shared().Add(*this);
 }
 
@@ -172,165 +144,192 @@ pid_t XPCConnection::Pid() const {
 }
 
 void XPCConnection::Resume() {
-    LMutexLock guard(lock);
-    if (suspendCount == 0 || --suspendCount > 0 || delivering) return;
-    if (!events.empty() || readable || inBegin < inEnd)
-        StartDelivering();
-    else if (state == State::Open && !cancelled)
-        ArmRead();
+    Scope guard(*this);
+    if (suspendCount == 0 || --suspendCount > 0) return;
+    isHalted = false;
+    if (delivering) return;
+    if (isWanted || readable || hasMore || !inbox.IsEmpty() || nextDue < due.size()) return StartDelivering();
+    isQuiet = false;
+    Register();
 }
 
 void XPCConnection::Suspend() {
-    LMutexLock guard(lock);
+    Scope guard(*this);
     suspendCount++;
+    isHalted = IsHalted();
 }
 
+// The socket of a running delivery is shut down only: the deliverer may be about to read from it.
 void XPCConnection::Cancel() {
-    LMutexLock guard(lock);
+    Scope guard(*this);
     if (cancelled) return;
     cancelled = true;
-    if (state == State::Open) Flush();
-    DropOutgoing();
-    FailReplies(XPC_ERROR_CONNECTION_INVALID);
-    QueueInvalid();
-    if (socket) shutdown(socket.Get(), SHUT_RDWR);
-    StartDelivering();
+    isHalted = false;
+    if (state == State::Open && !outbox.IsEmpty()) Flush();
+    if (delivering && socket)
+        shutdown(socket.Get(), SHUT_RDWR);
+    else
+        CloseSocket();
+    Finish();
 }
 
 // --- delivering ------------------------------------------------------------------------------------------------------
 
-void XPCConnection::OnReadable() {
-    auto registration = XPCRef<XPCConnection>::Adopt(this);
+void XPCConnection::OnReady(uint32_t ready) {
     {
-        LMutexLock guard(lock);
-        readArmed = false;
+        Scope guard(*this);
+        if (!socket) return;
+        if ((ready & EPOLLOUT) && !outbox.IsEmpty()) Flush();
+        if (!(ready & ~EPOLLOUT)) return;
+        if (ready & kEnd) isHungUp = true;
         readable = true;
-        if (delivering) return;
+        if (delivering || IsHalted()) {
+            isQuiet = true;
+            return Register();
+        }
         delivering = true;
+        FollowHint();
     }
     Deliver();
 }
 
-void XPCConnection::Deliver() {
-    while (DeliverNext()) {
-    }
+// A hint is taken before reading: one that comes meanwhile is another one.
+void XPCConnection::FollowHint() {
+    readable = false;
+    hasMore = true;
+    isAtEnd = isHungUp;
+    readFrom = socket.Get();
 }
 
-bool XPCConnection::DeliverNext() {
-    Event event;
-    std::vector<Event> barriers;  // all that are due, for one look at the lock
-    {
-        LMutexLock guard(lock);
-        if (suspendCount > 0 && !cancelled) return StopDelivering();
-        if (!events.empty()) {
-            if (MainQueue::IsServedByThisThread()) {
-                HandOver();
-                return false;
-            }
-            const auto error = std::find_if(events.begin(), events.end(), [](const Event& e) { return e.error; });
-            if (error == events.begin()) {
-                event = *error;
-                events.erase(error);
-            } else if (error == events.end()) {
-                barriers.swap(events);
-            } else {
-                barriers.assign(std::make_move_iterator(events.begin()), std::make_move_iterator(error));
-                events.erase(events.begin(), error);
-            }
-        } else if (cancelled || state != State::Open) {
-            return StopDelivering();
+void XPCConnection::Deliver() {
+    if (MainQueue::IsServedByThisThread()) return DeliverTurn();
+    EventPool& pool = EventPool::Shared();
+    if (!pool.TakePlace()) {
+        xpc_retain(this);
+        return pool.Postpone(delivery);
+    }
+    DeliverTurn();
+    pool.GivePlace();
+}
+
+void XPCConnection::DeliverTurn() {
+    Turn turn;
+    for (bool goesOn = true; goesOn;) {
+        try {
+            goesOn = turn.IsOver() ? PassOn() : DeliverNext(turn);
+        } catch (const std::bad_alloc&) {
+            if (MainQueue::IsServedByThisThread()) throw;
+            RunOutOfMemory();
         }
     }
-    if (event.error) {
-        CallHandler(handler, event.error);
-        if (event.error == XPC_ERROR_CONNECTION_INVALID) handler = nullptr;  // nothing follows: let go what it holds
-        return true;
+    if (turn.replyHandler) CallHandler(turn.replyHandler, turn.reply.get());
+}
+
+// One event: barriers that are due, then errors, then frames.
+bool XPCConnection::DeliverNext(Turn& turn) {
+    turn.events--;
+    if (isHalted) {
+        Scope guard(*this);
+        if (IsHalted()) return StopDelivering();
     }
-    if (!barriers.empty()) {
-        for (const Event& barrier : barriers) {
-            ExitGatePassage passage;  // each its own: none may start once the gate is closed
-            barrier.block();
-        }
-        return true;
-    }
-    switch (DeliverFrame()) {
-    case Cut::Delivered:
-        return true;
-    case Cut::GivenUp:
-        return false;
-    case Cut::Broken:
+    if (nextDue < due.size()) return RunBarrier();
+    xpc_object_t error = nullptr;
+    if (isWanted && !TakeEvents(error)) return false;
+    if (error) return DeliverError(error);
+    if (nextDue < due.size()) return RunBarrier();
+    XPCInbox::Frame frame;
+    switch (inbox.Next(frame)) {
+    case XPCInbox::Cut::Whole:
+        return DeliverFrame(frame, turn);
+    case XPCInbox::Cut::Broken:
         EndOfSocket();
         return true;
-    case Cut::Incomplete:
+    case XPCInbox::Cut::Incomplete:
         break;
     }
-    {
-        LMutexLock guard(lock);
-        if (!readable) return StopDelivering();
+    return Read();
+}
+
+// What isWanted stands for. Both the main thread's passing on and the end of a delivery leave it set.
+bool XPCConnection::TakeEvents(xpc_object_t& error) {
+    Scope guard(*this);
+    if (!barriers.empty() || interruptedDue || invalidDue) {
+        if (MainQueue::IsServedByThisThread()) {
+            HandOver();
+            return false;
+        }
+        if (!barriers.empty()) {
+            due.clear();
+            nextDue = 0;
+            due.swap(barriers);
+        } else if (interruptedDue) {
+            interruptedDue = false;
+            error = XPC_ERROR_CONNECTION_INTERRUPTED;
+        } else {
+            invalidDue = false;
+            error = XPC_ERROR_CONNECTION_INVALID;
+        }
+        isWanted = interruptedDue || invalidDue || state != State::Open;
+        return true;
     }
-    if (!Receive()) EndOfSocket();
+    if (state != State::Open) return StopDelivering();
+    isWanted = false;
     return true;
 }
 
-XPCConnection::Cut XPCConnection::DeliverFrame() {
-    const size_t available = inEnd - inBegin;
-    if (available < kFrameHeader) return HasSurplusDescriptors(nullptr) ? Cut::Broken : Cut::Incomplete;
-    const auto header = wire::ReadHeader(in.get() + inBegin);
-    if (!header) return Cut::Broken;
-    if (available - kFrameHeader < header->payloadLength)
-        return HasSurplusDescriptors(&*header) ? Cut::Broken : Cut::Incomplete;
-    if (!(header->flags & wire::kFlagReply) && MainQueue::IsServedByThisThread()) {
-        LMutexLock guard(lock);
-        HandOver();
-        return Cut::GivenUp;
+bool XPCConnection::RunBarrier() {
+    if (MainQueue::IsServedByThisThread()) return PassOn();
+    const dispatch_block_t block = std::move(due[nextDue++]);
+    ExitGatePassage passage;
+    block();
+    return true;
+}
+
+bool XPCConnection::DeliverError(xpc_object_t error) {
+    CallHandler(handler, error);
+    if (error == XPC_ERROR_CONNECTION_INVALID) handler = nullptr;  // nothing follows: let go what it holds
+    return true;
+}
+
+bool XPCConnection::DeliverFrame(const XPCInbox::Frame& frame, Turn& turn) {
+    const bool isReply = frame.header.flags & wire::kFlagReply;
+    if (!isReply && MainQueue::IsServedByThisThread()) return PassOn();
+    std::vector<Descriptor> descriptors;
+    XPCRef<XPCDictionary> message;
+    if (inbox.TakeDescriptors(frame.header.descriptors, descriptors))
+        message = XPCDictionary::Received(frame.header, frame.payload, std::move(descriptors),
+                                          XPCRef<XPCConnection>::Retain(this));
+    if (!message) {
+        EndOfSocket();
+        return true;
     }
-    return DeliverMessage(*header, {in.get() + inBegin + kFrameHeader, header->payloadLength});
-}
-
-// Descriptors travel with the first byte of their frame: none may be waiting beyond what the next frame announces.
-bool XPCConnection::HasSurplusDescriptors(const wire::FrameHeader* next) const {
-    if (inDescriptors.empty()) return false;
-    if (next) return inDescriptors.size() > next->descriptors;
-    return inBegin == inEnd || inDescriptors.size() > wire::kMaxDescriptors;
-}
-
-XPCConnection::Cut XPCConnection::DeliverMessage(const wire::FrameHeader& header, std::string_view bytes) {
-    auto items = wire::ReadItems(bytes, header.items, header.descriptors);
-    if (!items || inDescriptors.size() < header.descriptors) return Cut::Broken;
-    const auto ownEnd = inDescriptors.begin() + header.descriptors;
-    std::vector<Descriptor> descriptors(std::make_move_iterator(inDescriptors.begin()),
-                                        std::make_move_iterator(ownEnd));
-    inDescriptors.erase(inDescriptors.begin(), ownEnd);
-    auto message = XPCRef<XPCDictionary>::Adopt(new XPCDictionary(
-        header, std::string(bytes), std::move(*items), std::move(descriptors), XPCRef<XPCConnection>::Retain(this)));
-    inBegin += kFrameHeader + header.payloadLength;
-    if (header.flags & wire::kFlagReply) return DeliverReply(*message, header.number);
+    inbox.Skip(frame);
+    turn.bytes -= static_cast<ptrdiff_t>(frame.payload.size());
+    if (isReply) return DeliverReply(std::move(message), frame.header.number, turn);
     CallHandler(handler, message.get());
-    return Cut::Delivered;
+    return true;
 }
 
 // A reply that the main thread read is handled at once, unless earlier ones wait in the main queue or something waits
 // behind it. The right to deliver is given up first: the handler is the main queue's, and may itself serve that queue
 // until this connection has another reply or event.
-XPCConnection::Cut XPCConnection::DeliverReply(XPCDictionary& reply, uint64_t number) {
+bool XPCConnection::DeliverReply(XPCRef<XPCDictionary> reply, uint64_t number, Turn& turn) {
     xpc_handler_t replyHandler;
-    bool atOnce = false;
     {
-        LMutexLock guard(lock);
+        Scope guard(*this);
         const auto found = replies.find(number);
-        if (found == replies.end()) return Cut::Delivered;
+        if (found == replies.end()) return true;
         replyHandler = std::move(found->second);
         replies.erase(found);
-        atOnce = MainQueue::IsServedByThisThread() && MainQueue::Shared().IsEmpty() && events.empty() && !readable &&
-                 inBegin == inEnd;
-        if (atOnce) StopDelivering();
+        if (MainQueue::IsServedByThisThread() && MainQueue::Shared().IsEmpty() && !isWanted && !readable && !hasMore &&
+            inbox.IsEmpty()) {
+            turn.replyHandler = std::move(replyHandler);
+            turn.reply = std::move(reply);
+            return StopDelivering();
+        }
     }
-    if (atOnce) {
-        CallHandler(replyHandler, &reply);
-        return Cut::GivenUp;
-    }
-    AnswerOnMain(std::move(replyHandler), &reply);
-    return Cut::Delivered;
+    AnswerOnMain(std::move(replyHandler), reply.get());
+    return true;
 }
 
 void XPCConnection::AnswerOnMain(xpc_handler_t replyHandler, xpc_object_t answer) {
@@ -340,90 +339,79 @@ void XPCConnection::AnswerOnMain(xpc_handler_t replyHandler, xpc_object_t answer
 }
 
 void XPCConnection::CallHandler(const xpc_handler_t& toCall, xpc_object_t event) {
+    struct Restore {
+        XPCConnection* const outer;
+        ~Restore() { current = outer; }
+    };
     ExitGatePassage passage;
-    XPCConnection* const outer = std::exchange(current, this);
+    const Restore restore{std::exchange(current, this)};
     if (toCall) toCall(event);
-    current = outer;
 }
 
-void XPCConnection::MakeRoom() {
-    const size_t pending = inEnd - inBegin;
-    size_t wanted = inCapacity ? inCapacity : kFirstRead;
-    if (inEnd == inCapacity && inCapacity) wanted = std::max(kBulkRead, inCapacity);
-    if (pending >= kFrameHeader) {
-        wire::FrameHeader header;
-        std::memcpy(&header, in.get() + inBegin, sizeof header);
-        wanted = std::max(wanted, kFrameHeader + header.payloadLength);
+bool XPCConnection::Read() {
+    if (!hasMore) {
+        Scope guard(*this);
+        if (isWanted) return true;
+        if (!readable) return StopDelivering();
+        FollowHint();
     }
-    if (wanted > inCapacity) {
-        std::unique_ptr<char[]> bigger(new char[wanted]);
-        std::copy_n(in.get() + inBegin, pending, bigger.get());
-        in = std::move(bigger);
-        inCapacity = wanted;
-    } else {
-        std::memmove(in.get(), in.get() + inBegin, pending);
-    }
-    inBegin = 0;
-    inEnd = pending;
-}
-
-// Reads what the socket has room for; false at the end of the stream. A short read means that the socket is drained (if
-// it isn't, arming it again says so).
-bool XPCConnection::Receive() {
-    MakeRoom();
-    int fd;
-    {
-        LMutexLock guard(lock);
-        fd = socket.Get();  // only the deliverer closes it
-    }
-    iovec part{in.get() + inEnd, inCapacity - inEnd};
-    ControlBuffer control;
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.bytes;
-    message.msg_controllen = sizeof control.bytes;
-    const ssize_t got = recvmsg(fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    if (got < 0 && errno == EINTR) return true;
-    if (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK) return false;
-    if (got == 0) return false;
-    if (got > 0) {
-        inEnd += static_cast<size_t>(got);
-        if (!TakeDescriptors(message, inDescriptors)) return false;
-        if (static_cast<size_t>(got) == part.iov_len) return true;
-    }
-    LMutexLock guard(lock);
-    readable = false;
+    const XPCInbox::Read read = inbox.Receive(readFrom);
+    if (read == XPCInbox::Read::Drained) hasMore = isAtEnd;
+    if (read == XPCInbox::Read::Empty) hasMore = false;  // what told of an end told of an earlier socket's
+    if (read == XPCInbox::Read::Ended) EndOfSocket();
     return true;
 }
 
 // The peer is gone, or sent what is no frame.
 void XPCConnection::EndOfSocket() {
-    inBegin = inEnd = 0;
-    inDescriptors.clear();
-    LMutexLock guard(lock);
-    readable = false;
-    EndSending();
-    if (isClient && !cancelled) {
-        state = State::Interrupted;
-        FailReplies(XPC_ERROR_CONNECTION_INTERRUPTED);
-        events.push_back({nullptr, XPC_ERROR_CONNECTION_INTERRUPTED});
-        if (!writeArmed) CloseSocket();
-        return;
-    }
-    Finish();
+    inbox.Clear();
+    hasMore = false;
+    Scope guard(*this);
+    CloseSocket();
+    if (!isClient || state != State::Open) return Finish();
+    state = State::Interrupted;
+    DropOutgoing();
+    FailReplies(XPC_ERROR_CONNECTION_INTERRUPTED);
+    interruptedDue = true;
+    Note();
 }
 
+void XPCConnection::RunOutOfMemory() {
+    std::fputs("xpc: out of memory; a connection is dropped\n", stderr);
+    std::map<uint64_t, xpc_handler_t> lostReplies;  // destroyed without the lock
+    XPCOutbox lostOutbox;
+    inbox.Clear();
+    hasMore = false;
+    Scope guard(*this);
+    CloseSocket();
+    lostReplies.swap(replies);
+    std::swap(lostOutbox, outbox);
+    state = State::Finished;
+    if (!invalidGiven) invalidGiven = invalidDue = true;
+    isWanted = true;
+}
+
+// Only where nothing is due, or where Resume looks again.
 bool XPCConnection::StopDelivering() {
-    if (inBegin == inEnd) {
-        in.reset();
-        inCapacity = inBegin = inEnd = 0;
+    delivering = false;
+    if (state != State::Open) {
+        CloseSocket();
+        inbox.Clear();
+        hasMore = false;
+    } else {
+        inbox.Rest();
+        if (nextDue == due.size() && due.capacity() > kUsualBarriers)
+            std::vector<dispatch_block_t>().swap(due), nextDue = 0;
+        if (!isHalted) isQuiet = false;
+        Register();
     }
-    delivering = false;  // first: what follows may queue an event, and somebody has to deliver it
-    if (cancelled || state != State::Open)
-        LeaveSocket();
-    else if (suspendCount == 0)
-        ArmRead();
+    return false;
+}
+
+// Gives the delivery to the pool, where it waits behind what is ready already.
+bool XPCConnection::PassOn() {
+    Scope guard(*this);
+    HandOver();
     return false;
 }
 
@@ -434,68 +422,22 @@ void XPCConnection::StartDelivering() {
 }
 
 void XPCConnection::HandOver() {
-    EventPool::Shared().Submit([self = XPCRef<XPCConnection>::Retain(this)] { self->Deliver(); });
-}
-
-void XPCConnection::ArmRead() {
-    if (readArmed || !socket) return;
-    armedOnMain = isClient && MainQueue::Shared().IsServed();
-    EventSet& set = armedOnMain ? MainQueue::Shared().Events() : EventPool::Shared().Events();
-    bool& known = armedOnMain ? inMainSet : inPoolSet;
     xpc_retain(this);
-    readArmed = true;
-    constexpr uint32_t kInterest = EPOLLIN | EPOLLRDHUP;
-    if (known ? set.Arm(socket.Get(), kInterest, readWatcher) : set.Add(socket.Get(), kInterest, readWatcher)) {
-        known = true;
-        return;
-    }
-    // No room in the kernel: the connection is lost rather than silently deaf.
-    std::perror("epoll_ctl");
-    references.fetch_sub(1, std::memory_order_relaxed);  // the caller holds another
-    readArmed = false;
-    Finish();
+    isDeliveryDue = true;
 }
 
-// On the main thread, which therefore doesn't wait on its set: no event of it is on its way.
-void XPCConnection::MoveToPool() {
-    LMutexLock guard(lock);
-    if (!readArmed || !armedOnMain) return;
-    MainQueue::Shared().Events().Remove(socket.Get());
-    inMainSet = false;
-    readArmed = false;
-    ArmRead();
-    references.fetch_sub(1, std::memory_order_relaxed);  // of the old registration; the caller holds another
-}
-
-void XPCConnection::CloseSocket() {
-    if (!socket) return;
-    if (inPoolSet) EventPool::Shared().Events().Remove(socket.Get());
-    if (inMainSet) MainQueue::Shared().Events().Remove(socket.Get());
-    if (inWriteSet) EventPool::Shared().WriteEvents().Remove(socket.Get());
-    inPoolSet = inMainSet = inWriteSet = false;
-    socket.Reset();
-}
-
-// Done with a socket: closes it once neither a registration nor a deliverer may use it. What an interrupted client was
-// given to send meanwhile goes to the server's successor.
-void XPCConnection::LeaveSocket() {
-    if (delivering || readArmed || writeArmed) return;
-    CloseSocket();
-    if (state == State::Interrupted && !cancelled && !outgoing.empty() && Reconnect()) Flush();
+// Barriers or errors are due, or the state has changed.
+void XPCConnection::Note() {
+    isWanted = true;
+    StartDelivering();
 }
 
 void XPCConnection::Finish() {
     state = State::Finished;
     DropOutgoing();
     FailReplies(XPC_ERROR_CONNECTION_INVALID);
-    QueueInvalid();
-}
-
-void XPCConnection::QueueInvalid() {
-    if (invalidGiven) return;
-    invalidGiven = true;
-    events.push_back({nullptr, XPC_ERROR_CONNECTION_INVALID});
-    StartDelivering();
+    if (!invalidGiven) invalidGiven = invalidDue = true;
+    Note();
 }
 
 void XPCConnection::FailReplies(xpc_object_t error) {
@@ -504,17 +446,65 @@ void XPCConnection::FailReplies(xpc_object_t error) {
     for (auto& [number, replyHandler] : failed) AnswerOnMain(std::move(replyHandler), error);
 }
 
+// --- the socket and its registration ---------------------------------------------------------------------------------
+
+// Makes the registration what the state wants; no system call when it is so already.
+void XPCConnection::Register() {
+    if (!socket || cancelled) return;
+    const uint32_t interest = (isQuiet ? 0 : kReading) | (outbox.IsEmpty() ? 0 : uint32_t{EPOLLOUT});
+    const Set wanted = isClient && outbox.IsEmpty() && MainQueue::Shared().IsResponsive() ? Set::Main : Set::Pool;
+    if (wanted == set && interest == registered) return;
+    if (RegisterOn(wanted, interest)) return;
+    // No room in the kernel: the connection is lost rather than silently deaf.
+    std::perror("epoll_ctl");
+    Finish();
+}
+
+bool XPCConnection::RegisterOn(Set wanted, uint32_t interest) {
+    const EventSet& events = wanted == Set::Main ? MainQueue::Shared().Events() : PoolEvents();
+    const auto number = reinterpret_cast<uintptr_t>(this);
+    const Set old = std::exchange(set, wanted);
+    registered = interest;
+    if (old == Set::None) xpc_retain(this);
+    if (wanted == old) return events.ChangeNumbered(socket.Get(), interest, number);
+    if (wanted == Set::Main) MainQueue::Shared().AddGuest();
+    Leave(old);
+    return events.AddNumbered(socket.Get(), interest, number);
+}
+
+void XPCConnection::Leave(Set old) {
+    if (old == Set::Pool) PoolEvents().Remove(socket.Get());
+    if (old != Set::Main) return;
+    MainQueue::Shared().Events().Remove(socket.Get());
+    MainQueue::Shared().RemoveGuest();
+}
+
+void XPCConnection::MoveToPool() {
+    Scope guard(*this);
+    if (set == Set::Main) Register();
+}
+
+// The caller holds another reference than the registration's.
+void XPCConnection::CloseSocket() {
+    const Set old = std::exchange(set, Set::None);
+    if (old != Set::None) references.fetch_sub(1, std::memory_order_relaxed);
+    if (old == Set::Main) MainQueue::Shared().RemoveGuest();
+    registered = 0;
+    readable = isHungUp = isQuiet = false;
+    socket.Reset();
+}
+
 // --- sending ---------------------------------------------------------------------------------------------------------
 
 void XPCConnection::Send(const XPCDictionary& message) {
-    LMutexLock guard(lock);
+    Scope guard(*this);
     SendFrame(message, message.ReplyTo(), message.ReplyTo() ? wire::kFlagReply : 0);
 }
 
 void XPCConnection::SendWithReply(const XPCDictionary& message, xpc_handler_t replyHandler) {
-    LMutexLock guard(lock);
+    Scope guard(*this);
     const uint64_t number = ++lastNumber;
-    replies.emplace(number, std::move(replyHandler));
+    replies.emplace_hint(replies.end(), number, std::move(replyHandler));
     if (SendFrame(message, number, 0)) return;
     const auto unsent = replies.find(number);
     if (unsent == replies.end()) return;
@@ -523,13 +513,10 @@ void XPCConnection::SendWithReply(const XPCDictionary& message, xpc_handler_t re
 }
 
 void XPCConnection::SendBarrier(dispatch_block_t block) {
-    LMutexLock guard(lock);
-    if (!outgoing.empty()) {
-        outgoing.push_back({{}, 0, {}, std::move(block)});
-        return;
-    }
-    events.push_back({std::move(block), nullptr});
-    StartDelivering();
+    Scope guard(*this);
+    if (!outbox.IsEmpty()) return outbox.AddBarrier(std::move(block));
+    barriers.push_back(std::move(block));
+    Note();
 }
 
 // False when the message can't be sent at all: it passes the bounds, or the connection is finished.
@@ -539,123 +526,88 @@ bool XPCConnection::SendFrame(const XPCDictionary& message, uint64_t number, uin
                      message.Payload().size(), static_cast<unsigned>(message.ItemCount()));
         return false;
     }
-    if (cancelled || state == State::Finished) return false;
-    if (state == State::Interrupted && !socket && !Reconnect()) return false;
-
+    if (state == State::Finished) return false;
+    const std::string_view payload = message.Payload();
     wire::FrameHeader header;
     header.flags = flags;
     header.number = number;
-    header.payloadLength = static_cast<uint32_t>(message.Payload().size());
+    header.payloadLength = static_cast<uint32_t>(payload.size());
     header.items = message.ItemCount();
     header.descriptors = static_cast<uint16_t>(message.Descriptors().size());
-    const size_t total = kFrameHeader + message.Payload().size();
 
     size_t sent = 0;
-    if (outgoing.empty() && state == State::Open) {
-        iovec parts[] = {{&header, kFrameHeader},
-                         {const_cast<char*>(message.Payload().data()), message.Payload().size()}};
+    if (outbox.IsEmpty() && state == State::Open) {
+        iovec parts[] = {{&header, sizeof header}, {const_cast<char*>(payload.data()), payload.size()}};
         const ssize_t result = SendNow(socket.Get(), parts, 2, message.Descriptors());
         if (result < 0) {
             EndSending();
             return true;
         }
         sent = static_cast<size_t>(result);
-        if (sent == total) return true;
+        if (sent == sizeof header + payload.size()) return true;
     }
-    Outgoing rest;
-    if (sent == 0 && !Duplicate(message.Descriptors(), rest.descriptors)) {
+    return Enqueue(header, message, sent);
+}
+
+// What the socket doesn't take, or what waits for a server.
+bool XPCConnection::Enqueue(const wire::FrameHeader& header, const XPCDictionary& message, size_t sent) {
+    std::vector<Descriptor> descriptors;
+    if (sent == 0 && !Duplicate(message.Descriptors(), descriptors)) {
         std::perror("xpc: a message's descriptors can't be queued");
         return false;
     }
-    rest.bytes.reserve(total);
-    rest.bytes.append(reinterpret_cast<const char*>(&header), kFrameHeader);
-    rest.bytes.append(message.Payload());
-    rest.sent = sent;
-    Enqueue(std::move(rest));
-    return true;
-}
-
-void XPCConnection::Enqueue(Outgoing out) {
-    outgoingBytes += out.bytes.size() + kQueuedOverhead;
-    if (outgoingBytes > (isClient ? kMaxClientQueue : kMaxPeerQueue)) {
+    outbox.Add(header, message.Payload(), sent, std::move(descriptors));
+    if (outbox.Held() > (isClient ? kMaxClientQueue : kMaxPeerQueue)) {
         EndSending();
-        return;
+    } else if (state == State::Open) {
+        Register();
+    } else if (state == State::Interrupted) {
+        state = State::Connecting;
+        EventPool::Shared().Submit([self = XPCRef<XPCConnection>::Retain(this)] { self->Reconnect(); });
     }
-    outgoing.push_back(std::move(out));
-    if (state == State::Open) ArmWrite();
-}
-
-// The server went away earlier; whoever sends now wants to reach its successor.
-bool XPCConnection::Reconnect() {
-    pid_t serverPid = 0;
-    Descriptor fresh = ConnectToService(service, serverPid);
-    if (!fresh) {
-        Finish();
-        return false;
-    }
-    socket = std::move(fresh);
-    state = State::Open;
-    if (!delivering && suspendCount == 0) ArmRead();
     return true;
 }
 
 void XPCConnection::Flush() {
-    while (!outgoing.empty()) {
-        Outgoing& out = outgoing.front();
-        if (out.barrier) {
-            events.push_back({std::move(out.barrier), nullptr});
-            outgoing.pop_front();
-            StartDelivering();
-            continue;
-        }
-        iovec part{out.bytes.data() + out.sent, out.bytes.size() - out.sent};
-        const ssize_t sent = SendNow(socket.Get(), &part, 1, out.descriptors);
-        if (sent < 0) return EndSending();
-        if (sent > 0) out.descriptors.clear();
-        out.sent += static_cast<size_t>(sent);
-        if (out.sent < out.bytes.size()) return ArmWrite();
-        outgoingBytes -= out.bytes.size() + kQueuedOverhead;
-        outgoing.pop_front();
-    }
+    const bool isAlive = outbox.Flush(socket.Get(), barriers);
+    if (!barriers.empty()) Note();
+    if (!isAlive) return EndSending();
+    Register();
 }
 
 // The socket takes no more, whatever the reason: a frame that is lost, or cut in the middle, must end the stream. The
 // reading side finds the end and tells the owner.
 void XPCConnection::EndSending() {
     DropOutgoing();
+    if (socket)
+        shutdown(socket.Get(), SHUT_RDWR);
+    else
+        FailReplies(XPC_ERROR_CONNECTION_INTERRUPTED);
+}
+
+void XPCConnection::LoseOutgoing() {
+    XPCOutbox lost;  // destroyed without the lock
+    Scope guard(*this);
+    std::swap(lost, outbox);
     if (socket) shutdown(socket.Get(), SHUT_RDWR);
 }
 
 // What can't be sent any more is dropped; barriers still tell that it is over.
 void XPCConnection::DropOutgoing() {
-    for (Outgoing& out : outgoing)
-        if (out.barrier) events.push_back({std::move(out.barrier), nullptr});
-    outgoing.clear();
-    outgoingBytes = 0;
-    if (!events.empty()) StartDelivering();
+    outbox.Drop(barriers);
+    if (!barriers.empty()) Note();
 }
 
-void XPCConnection::ArmWrite() {
-    if (writeArmed || cancelled) return;
-    const EventSet& set = EventPool::Shared().WriteEvents();
-    xpc_retain(this);
-    writeArmed = true;
-    if (inWriteSet ? set.Arm(socket.Get(), EPOLLOUT, writeWatcher) : set.Add(socket.Get(), EPOLLOUT, writeWatcher)) {
-        inWriteSet = true;
-        return;
-    }
-    std::perror("epoll_ctl");
-    references.fetch_sub(1, std::memory_order_relaxed);  // the caller holds another
-    writeArmed = false;
-    EndSending();
-}
-
-void XPCConnection::OnWritable() {
-    auto registration = XPCRef<XPCConnection>::Adopt(this);
-    LMutexLock guard(lock);
-    writeArmed = false;
-    if (state == State::Open && !cancelled) return Flush();
-    LeaveSocket();
+// The server went away earlier; what was sent since is for its successor.
+void XPCConnection::Reconnect() {
+    pid_t serverPid = 0;
+    Descriptor fresh = ConnectToService(service, serverPid);
+    Scope guard(*this);
+    if (state != State::Connecting) return;
+    if (!fresh) return Finish();
+    socket = std::move(fresh);
+    state = State::Open;
+    Flush();
 }
 
 }  // namespace platform

@@ -1,41 +1,51 @@
 // XPCConnection: one stream socket with its frames, events and replies; the peer of a listener or a client.
 //
 // Delivery. Everything that a connection tells its owner (messages, errors, barrier blocks) is an event, and one thread
-// at a time delivers them, in order: the one that holds `delivering`. The socket is armed one-shot on an EventSet while
-// nobody delivers. The thread that the readable socket wakes takes the right, reads, cuts frames and calls the handler
-// itself; when nothing is left it arms the socket again. Whoever queues an event while nobody delivers hands the
-// delivery to the pool. A socket that becomes readable during a delivery is only noted: the deliverer goes on with it.
+// at a time delivers them, in order: the one that holds `delivering`. It reads, cuts frames (XPCInbox) and calls the
+// handler itself; what it uses beside the lock is its own. Who queues an event while nobody delivers hands the delivery
+// to the pool. A delivery ends after a turn of bounded length and queues for another one behind whatever else is ready,
+// so that no peer keeps a thread; and each takes one of the pool's places, so that no number of them keeps all.
 //
-// Replies to the main queue. While the main thread serves its queue, client connections are armed on the main thread's
-// own set, which reads a reply and runs its handler with no hand-off (but without the right to deliver: that is the
-// connection's, the handler is the main queue's). What belongs to the pool (messages from the peer, errors) it hands
-// over, together with the right.
+// Registration. The socket is registered once, edge-triggered, by number: the connection's address, which the registry
+// of live objects tells from a stale one. An event is only a hint ("look whether there is something to read"), so it
+// may come late, twice, from any set and to any thread, and a request costs no system call but the reading and the
+// sending. Who gets a hint and finds the right to deliver free takes it. Else it is noted for the deliverer, and the
+// interest in further hints is dropped until the delivery ends, since one that is noted is enough. Two things change a
+// registration besides: while the socket refuses what is to be sent, "writable" is of interest too; and a client's is
+// on the main thread's set while that is responsive, so that the main thread reads a reply and runs its handler with no
+// hand-off (but without the right to deliver: that is the connection's, the handler is the main queue's). What belongs
+// to the pool (messages from the peer, errors) it hands over, together with the right. Moving to another set loses
+// nothing: what is ready then counts as a new edge there.
 //
-// Sending writes to the socket at once and queues only what the socket refuses, bounded; the rest goes out when the
-// socket is writable, from a second one-shot registration on the pool's write set.
+// Sending writes to the socket at once and queues only what the socket refuses, bounded (XPCOutbox).
 //
-// References. An armed registration, a delivery handed to the pool, and each message hold one. The socket is closed by
-// whoever finds the connection finished with no registration armed. Cancel shuts the socket down, which makes an armed
-// registration fire. No lock is held while a handler runs, and no send calls one.
+// References. A registered socket, a delivery handed to the pool, and each message hold one. The socket is closed under
+// the lock, by whoever has the right to deliver or finds it free; its registration ends with it. No lock is held while
+// a handler runs, and no send calls one.
 //
 // States: a peer is Open until its socket ends or it is cancelled, then Finished. A client whose server goes away is
-// Interrupted: its next send connects again, or finishes it. Finished for good means one INVALID event, once.
+// Interrupted; what it is given to send then is queued, and a thread of the pool connects again without any lock
+// (Connecting), which may take seconds, and makes it Open or Finished. Finished for good means one INVALID event, once.
+//
+// Out of memory on a thread of the pool: the connection is finished, and what it still owed (replies, barriers) is
+// dropped; the way there allocates nothing. Everybody else goes on.
 #pragma once
 
 #include "Descriptor.h"
-#include "EventSet.h"
+#include "EventPool.h"
 #include "XPCDictionary.h"
+#include "XPCInbox.h"
 #include "XPCObject.h"
-#include "XPCWire.h"
+#include "XPCOutbox.h"
 
 #include <bsd/LMutex.h>
 
+#include <atomic>
 #include <cstdint>
-#include <list>
 #include <map>
-#include <memory>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -68,33 +78,44 @@ public:
     void SendBarrier(dispatch_block_t block);
 
 private:
-    enum class State { Open, Interrupted, Finished };
+    enum class State { Open, Interrupted, Connecting, Finished };
+    enum class Set { None, Pool, Main };
 
-    struct Event {
-        dispatch_block_t block;        // a barrier's, or
-        xpc_object_t error = nullptr;  // an error
+    // What one delivery may do before others have their turn.
+    struct Turn {
+        int events = 256;
+        ptrdiff_t bytes = ptrdiff_t{256} * 1024;
+        // A reply that is to be handled once the right to deliver is given up.
+        xpc_handler_t replyHandler;
+        XPCRef<XPCDictionary> reply;
+        bool IsOver() const { return events <= 0 || bytes <= 0; }
     };
-    // What the socket refused: bytes from `sent` on, descriptors that travel with the first of them; or a barrier.
-    struct Outgoing {
-        std::string bytes;
-        size_t sent = 0;
-        std::vector<Descriptor> descriptors;
-        dispatch_block_t barrier;
-    };
-    enum class Cut { Delivered, Incomplete, GivenUp, Broken };
 
-    class WriteWatcher final : public Watcher {
+    class Hints;
+    class Clients;
+
+    // Holds the lock for a scope. A delivery that has become due goes to the pool after it: who is woken by that must
+    // not run into the lock.
+    class L_SCOPED_CAPABILITY Scope {
     public:
-        explicit WriteWatcher(XPCConnection& owner) : connection(owner) {}
-        void OnReady(uint32_t) override { connection.OnWritable(); }
+        explicit Scope(XPCConnection& of) L_ACQUIRE(of.lock) : connection(of) { connection.lock.lock(); }
+        ~Scope() L_RELEASE() {
+            const bool isDue = std::exchange(connection.isDeliveryDue, false);
+            connection.lock.unlock();
+            if (isDue) EventPool::Shared().Submit(connection.delivery);
+        }
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
 
     private:
         XPCConnection& connection;
     };
-    class ReadWatcher final : public Watcher {
+
+    // A delivery that was handed to the pool, of which there is one at most.
+    class Delivery final : public PoolJob {
     public:
-        explicit ReadWatcher(XPCConnection& owner) : connection(owner) {}
-        void OnReady(uint32_t) override { connection.OnReadable(); }
+        explicit Delivery(XPCConnection& of) : connection(of) {}
+        void Run() override { XPCRef<XPCConnection>::Adopt(&connection)->Deliver(); }
 
     private:
         XPCConnection& connection;
@@ -102,58 +123,68 @@ private:
 
     XPCConnection(bool client, std::string serviceName, Descriptor connected, pid_t peerPid);
 
-    // Delivering: the caller holds `delivering`. Each gives false when it gave the right up or away.
-    void OnReadable();
+    // Delivering: the caller holds `delivering`. Each step gives false when the right was given up or away.
+    void OnReady(uint32_t ready);
     void Deliver();
-    bool DeliverNext();
-    Cut DeliverFrame();
-    Cut DeliverMessage(const wire::FrameHeader& header, std::string_view bytes);
-    Cut DeliverReply(XPCDictionary& reply, uint64_t number);
+    void DeliverTurn();
+    bool DeliverNext(Turn& turn);
+    bool TakeEvents(xpc_object_t& error);
+    bool RunBarrier();
+    bool DeliverError(xpc_object_t error);
+    bool DeliverFrame(const XPCInbox::Frame& frame, Turn& turn);
+    bool DeliverReply(XPCRef<XPCDictionary> reply, uint64_t number, Turn& turn);
+    bool Read();
     void CallHandler(const xpc_handler_t& toCall, xpc_object_t event);
-    bool Receive();
-    bool HasSurplusDescriptors(const wire::FrameHeader* next) const;
-    void MakeRoom();
+    bool PassOn();
     void EndOfSocket();
+    void RunOutOfMemory();
     bool StopDelivering() L_REQUIRES(lock);
 
     void StartDelivering() L_REQUIRES(lock);
     void HandOver() L_REQUIRES(lock);
-    void ArmRead() L_REQUIRES(lock);
-    void MoveToPool();
-    void CloseSocket() L_REQUIRES(lock);
-    void LeaveSocket() L_REQUIRES(lock);
+    bool IsHalted() const L_REQUIRES(lock) { return suspendCount > 0 && !cancelled; }
+    void Note() L_REQUIRES(lock);
+    void FollowHint() L_REQUIRES(lock);
     void Finish() L_REQUIRES(lock);
-    void QueueInvalid() L_REQUIRES(lock);
     void FailReplies(xpc_object_t error) L_REQUIRES(lock);
     void AnswerOnMain(xpc_handler_t replyHandler, xpc_object_t answer);
 
+    // The socket and its registration.
+    void Register() L_REQUIRES(lock);
+    bool RegisterOn(Set wanted, uint32_t interest) L_REQUIRES(lock);
+    void Leave(Set old) L_REQUIRES(lock);
+    void MoveToPool();
+    void CloseSocket() L_REQUIRES(lock);
+
     // Sending.
     bool SendFrame(const XPCDictionary& message, uint64_t number, uint16_t flags) L_REQUIRES(lock);
-    bool Reconnect() L_REQUIRES(lock);
-    void Enqueue(Outgoing out) L_REQUIRES(lock);
+    bool Enqueue(const wire::FrameHeader& header, const XPCDictionary& message, size_t sent) L_REQUIRES(lock);
     void Flush() L_REQUIRES(lock);
     void EndSending() L_REQUIRES(lock);
+    void LoseOutgoing();
     void DropOutgoing() L_REQUIRES(lock);
-    void ArmWrite() L_REQUIRES(lock);
-    void OnWritable();
-
-    // All client connections; those armed on the main set move to the pool when the main thread stops serving.
-    class Clients;
+    void Reconnect();
 
     // Constant after construction.
     const bool isClient;
     const std::string service;
     const pid_t pid;
-    ReadWatcher readWatcher{*this};
-    WriteWatcher writeWatcher{*this};
+    Delivery delivery{*this};
 
     // Set before the first Resume, then the deliverer's, which empties it after the INVALID event.
     xpc_handler_t handler;
 
-    // The deliverer's: bytes received but not yet cut into frames. Allocated while there are some.
-    std::unique_ptr<char[]> in;
-    size_t inCapacity = 0, inBegin = 0, inEnd = 0;
-    std::vector<Descriptor> inDescriptors;
+    // The deliverer's.
+    XPCInbox inbox;
+    bool hasMore = false;  // the socket may hold something that no hint will tell of
+    bool isAtEnd = false;  // all that is left to read is there, and the end
+    int readFrom = -1;     // the socket
+    std::vector<dispatch_block_t> due;
+    size_t nextDue = 0;
+
+    // Looked at by the deliverer between two events, without the lock; written under it.
+    std::atomic<bool> isHalted{true};   // IsHalted
+    std::atomic<bool> isWanted{false};  // there is more to know than frames: see Note
 
     LMutex lock;
     Descriptor socket L_GUARDED_BY(lock);
@@ -162,16 +193,16 @@ private:
     bool cancelled L_GUARDED_BY(lock) = false;
     bool invalidGiven L_GUARDED_BY(lock) = false;
     bool delivering L_GUARDED_BY(lock) = false;
-    bool readable L_GUARDED_BY(lock) = false;
-    bool readArmed L_GUARDED_BY(lock) = false;
-    bool armedOnMain L_GUARDED_BY(lock) = false;
-    bool writeArmed L_GUARDED_BY(lock) = false;
-    bool inPoolSet L_GUARDED_BY(lock) = false;
-    bool inMainSet L_GUARDED_BY(lock) = false;
-    bool inWriteSet L_GUARDED_BY(lock) = false;
-    std::vector<Event> events L_GUARDED_BY(lock);
-    std::list<Outgoing> outgoing L_GUARDED_BY(lock);
-    size_t outgoingBytes L_GUARDED_BY(lock) = 0;
+    bool isDeliveryDue L_GUARDED_BY(lock) = false;  // the right to deliver is to go to the pool
+    bool readable L_GUARDED_BY(lock) = false;       // a hint came that nobody has followed
+    bool isHungUp L_GUARDED_BY(lock) = false;       // the hint said so
+    bool isQuiet L_GUARDED_BY(lock) = false;        // no interest in hints of reading
+    Set set L_GUARDED_BY(lock) = Set::None;
+    uint32_t registered L_GUARDED_BY(lock) = 0;                 // the interest
+    std::vector<dispatch_block_t> barriers L_GUARDED_BY(lock);  // due, in order; then come the errors
+    bool interruptedDue L_GUARDED_BY(lock) = false;
+    bool invalidDue L_GUARDED_BY(lock) = false;
+    XPCOutbox outbox L_GUARDED_BY(lock);
     uint64_t lastNumber L_GUARDED_BY(lock) = 0;
     std::map<uint64_t, xpc_handler_t> replies L_GUARDED_BY(lock);
 };

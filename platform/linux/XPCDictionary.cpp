@@ -8,27 +8,36 @@
 namespace platform {
 
 XPCDictionary::XPCDictionary() : xpc_object_s(XPC_TYPE_DICTIONARY, false) {
-    payload.reserve(512);  // most messages grow no further
-    items.reserve(8);
+    items.reserve(kUsualItems);
+    payload.reserve(kUsualBytes);
 }
 
-XPCDictionary::XPCDictionary(const wire::FrameHeader& header, std::string bytes, std::vector<wire::Item> index,
-                             std::vector<Descriptor> received, XPCRef<XPCConnection> over)
-    : xpc_object_s(XPC_TYPE_DICTIONARY, !(header.flags & wire::kFlagReply)), payload(std::move(bytes)),
-      items(std::move(index)), descriptors(std::move(received)), connection(std::move(over)),
+XPCDictionary::XPCDictionary(const wire::FrameHeader& header, std::string_view bytes, std::vector<Descriptor> received,
+                             XPCRef<XPCConnection> over)
+    : xpc_object_s(XPC_TYPE_DICTIONARY, !(header.flags & wire::kFlagReply)), items(header.items, &arena),
+      payload(bytes, &arena), descriptors(std::move(received)), connection(std::move(over)),
       expectsReply(header.flags & wire::kFlagReply ? 0 : header.number) {}
 
 XPCDictionary::~XPCDictionary() = default;
 
+XPCRef<XPCDictionary> XPCDictionary::Received(const wire::FrameHeader& header, std::string_view bytes,
+                                              std::vector<Descriptor> received, XPCRef<XPCConnection> over) {
+    auto message = XPCRef<XPCDictionary>::Adopt(new XPCDictionary(header, bytes, std::move(received), std::move(over)));
+    if (wire::ReadItems(bytes, header.items, header.descriptors, message->items.data())) return message;
+    return {};
+}
+
 void XPCDictionary::Set(wire::Type valueType, const char* key, const void* value, size_t length) {
     const std::string_view name = std::string_view(key).substr(0, wire::kMaxKey);
     if (length > wire::kMaxPayload) length = wire::kMaxPayload + size_t{1};  // kept, but not sendable
-    std::string bytes;  // apart from the payload, which the value may lie in
-    wire::Item item = wire::AppendItem(bytes, valueType, name, value, length);
-    if (const wire::Item* old = Find(key)) Remove(*old);
-    item.keyAt += static_cast<uint32_t>(payload.size());
-    payload += bytes;
+    wire::Item item = wire::AppendItem(payload, valueType, name, value, length);
+    if (const wire::Item* old = Find(key)) {
+        const size_t before = payload.size();
+        Remove(*old);  // after the value was copied, which may lie in it
+        item.keyAt -= static_cast<uint32_t>(before - payload.size());
+    }
     items.push_back(item);
+    found = nullptr;
 }
 
 void XPCDictionary::SetDescriptor(const char* key, int descriptor) {
@@ -56,10 +65,12 @@ void XPCDictionary::Remove(const wire::Item& item) {
 // From the end, so that of two items with one key in a received message the later one counts.
 const wire::Item* XPCDictionary::Find(const char* key) const {
     const std::string_view name = std::string_view(key).substr(0, wire::kMaxKey);
-    for (auto item = items.rbegin(); item != items.rend(); ++item)
-        if (item->keyLength == name.size() && std::memcmp(payload.data() + item->keyAt, name.data(), name.size()) == 0)
-            return &*item;
-    return nullptr;
+    const auto isNamed = [&](const wire::Item& item) {
+        return item.keyLength == name.size() && std::memcmp(payload.data() + item.keyAt, name.data(), name.size()) == 0;
+    };
+    if (found && isNamed(*found)) return found;
+    const auto last = std::find_if(items.rbegin(), items.rend(), isNamed);
+    return found = last == items.rend() ? nullptr : &*last;
 }
 
 const char* XPCDictionary::Value(const char* key, wire::Type valueType, uint32_t* length) const {

@@ -9,10 +9,6 @@
 
 namespace platform {
 
-namespace {
-constexpr int kAcceptsPerEvent = 64;  // other main-queue work comes in between
-}  // namespace
-
 XPCListener::XPCListener(ServiceSocket bound) : xpc_object_s(XPC_TYPE_CONNECTION, false), service(std::move(bound)) {}
 
 XPCRef<XPCListener> XPCListener::Create(const std::string& serviceName) {
@@ -30,7 +26,7 @@ void XPCListener::Resume() {
 
 // Once the main thread is the queue's, nobody starts the service a second time: it is tried until it works.
 void XPCListener::Listen() {
-    if (!service.socket || MainQueue::Shared().Events().Add(service.socket.Get(), EPOLLIN, *this)) return;
+    if (!service.socket || MainQueue::Shared().Events().AddLasting(service.socket.Get(), EPOLLIN, *this)) return;
     std::perror("listening");
     pause.Then([self = XPCRef<XPCListener>::Retain(this)] { self->Listen(); });
 }
@@ -44,18 +40,16 @@ void XPCListener::Cancel() {
     if (resumed) xpc_release(this);
 }
 
+// One peer for each event: other main-queue work comes in between, and no call is needed to find that nobody waits.
 void XPCListener::OnReady(uint32_t) {
     const auto self = XPCRef<XPCListener>::Retain(this);  // the handler may cancel
-    for (int i = 0; i < kAcceptsPerEvent; i++) {
-        if (AcceptOne()) continue;
-        if (AcceptPause::IsNeeded(errno)) return pause.Then([self] { self->Arm(); });
-        break;
-    }
-    Arm();
+    if (AcceptOne() || !AcceptPause::IsNeeded(errno)) return;
+    Look(0);
+    pause.Then([self] { self->Look(EPOLLIN); });
 }
 
-void XPCListener::Arm() {
-    if (service.socket) MainQueue::Shared().Events().Arm(service.socket.Get(), EPOLLIN, *this);
+void XPCListener::Look(uint32_t events) {
+    if (service.socket) MainQueue::Shared().Events().ChangeLasting(service.socket.Get(), events, *this);
 }
 
 // False with errno when nobody more can be accepted now. A peer that is gone again, or that was turned away, is nobody.

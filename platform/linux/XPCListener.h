@@ -26,7 +26,7 @@ private:
     void OnReady(uint32_t events) override;
     void Listen();
     bool AcceptOne();
-    void Arm();
+    void Look(uint32_t events);
 
     ServiceSocket service;
     AcceptPause pause;

@@ -4,20 +4,27 @@
 
 #include <array>
 #include <cstdint>
-#include <unordered_set>
 
 namespace platform {
 namespace {
 
-// Live connections and received messages. Split, so that busy connections don't meet at one lock.
+// Live connections and received messages, linked through the objects themselves. Many short chains, so that neither
+// busy connections meet at one lock nor many live ones make long walks.
 struct Shard {
     LMutex lock;
-    std::unordered_set<const xpc_object_s*> objects L_GUARDED_BY(lock);
+    xpc_object_s* first L_GUARDED_BY(lock) = nullptr;
+
+    xpc_object_s** LinkTo(const xpc_object_s* object) L_REQUIRES(lock) {
+        xpc_object_s** link = &first;
+        while (*link && *link != object) link = &(*link)->nextRegistered;
+        return link;
+    }
 };
 
 Shard& ShardOf(const xpc_object_s* object) {
-    static auto& shards = *new std::array<Shard, 16>;
-    return shards[(reinterpret_cast<uintptr_t>(object) >> 6) % shards.size()];
+    static auto& shards = *new std::array<Shard, 1024>;
+    const auto address = reinterpret_cast<uintptr_t>(object);
+    return shards[(address >> 4 ^ address >> 14) % shards.size()];
 }
 
 const xpc_type_s types[3];
@@ -44,7 +51,8 @@ xpc_object_s::xpc_object_s(xpc_type_t objectType, bool isRegistered) : type(obje
     if (!registered) return;
     platform::Shard& shard = ShardOf(this);
     LMutexLock guard(shard.lock);
-    shard.objects.insert(this);
+    nextRegistered = shard.first;
+    shard.first = this;
 }
 
 xpc_type_t xpc_get_type(xpc_object_t object) {
@@ -62,7 +70,7 @@ void xpc_release(xpc_object_t object) {
     if (object->registered) {
         platform::Shard& shard = ShardOf(object);
         LMutexLock guard(shard.lock);
-        shard.objects.erase(object);
+        *shard.LinkTo(object) = object->nextRegistered;
     }
     delete object;
 }
@@ -72,7 +80,7 @@ xpc_object_t xpc_handle_retain(long handle, xpc_type_t type) {
     auto* object = reinterpret_cast<xpc_object_s*>(handle);
     platform::Shard& shard = ShardOf(object);
     LMutexLock guard(shard.lock);
-    if (!shard.objects.contains(object) || object->type != type) return nullptr;
+    if (!object || !*shard.LinkTo(object) || object->type != type) return nullptr;
     uint32_t count = object->references.load(std::memory_order_relaxed);
     while (count != 0)
         if (object->references.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel)) return object;

@@ -17,6 +17,7 @@ struct xpc_object_s {
     const xpc_type_t type;
     const bool registered;
     std::atomic<uint32_t> references{1};
+    xpc_object_s* nextRegistered = nullptr;  // the registry's
 };
 
 namespace platform {

@@ -37,36 +37,23 @@ std::optional<FrameHeader> ReadHeader(const char* bytes) {
     return header;
 }
 
-std::optional<std::vector<Item>> ReadItems(std::string_view payload, uint16_t count, uint16_t descriptors) {
-    std::vector<Item> items;
-    items.reserve(count);
+bool ReadItems(std::string_view payload, uint16_t count, uint16_t descriptors, Item* items) {
     size_t at = 0, descriptorItems = 0;
     for (uint16_t i = 0; i < count; i++) {
         ItemHeader header;
-        if (payload.size() - at < sizeof header) return std::nullopt;
+        if (payload.size() - at < sizeof header) return false;
         std::memcpy(&header, payload.data() + at, sizeof header);
         at += sizeof header;
-        if (header.zero != 0 || header.keyLength > kMaxKey) return std::nullopt;
-        if (payload.size() - at < size_t{header.keyLength} + header.valueLength) return std::nullopt;
+        if (header.zero != 0 || header.keyLength > kMaxKey) return false;
+        if (payload.size() - at < size_t{header.keyLength} + header.valueLength) return false;
         const Item item{static_cast<Type>(header.type), header.keyLength, static_cast<uint32_t>(at),
                         header.valueLength};
         at += size_t{header.keyLength} + header.valueLength;
-        if (!IsWellFormed(item.type, payload.substr(item.valueAt(), item.valueLength))) return std::nullopt;
+        if (!IsWellFormed(item.type, payload.substr(item.valueAt(), item.valueLength))) return false;
         descriptorItems += item.type == Type::Descriptor;
-        items.push_back(item);
+        items[i] = item;
     }
-    if (at != payload.size() || descriptorItems != descriptors) return std::nullopt;
-    return items;
-}
-
-Item AppendItem(std::string& payload, Type type, std::string_view key, const void* value, size_t valueLength) {
-    const ItemHeader header{static_cast<uint8_t>(type), 0, static_cast<uint16_t>(key.size()),
-                            static_cast<uint32_t>(valueLength)};
-    payload.append(reinterpret_cast<const char*>(&header), sizeof header);
-    const auto keyAt = static_cast<uint32_t>(payload.size());
-    payload.append(key);
-    payload.append(static_cast<const char*>(value), valueLength);
-    return {type, header.keyLength, keyAt, header.valueLength};
+    return at == payload.size() && descriptorItems == descriptors;
 }
 
 }  // namespace platform::wire

@@ -10,9 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
-#include <string>
 #include <string_view>
-#include <vector>
 
 namespace platform::wire {
 
@@ -60,10 +58,24 @@ struct Item {
 // The header at the front of `bytes` (at least sizeof(FrameHeader) of them); nothing when a field is out of bounds.
 std::optional<FrameHeader> ReadHeader(const char* bytes);
 
-// The items of a payload; nothing unless it holds exactly `count` well-formed items, `descriptors` of them descriptors.
-std::optional<std::vector<Item>> ReadItems(std::string_view payload, uint16_t count, uint16_t descriptors);
+// The items of a payload, into room for `count` of them; false unless it holds exactly so many well-formed items,
+// `descriptors` of them descriptors.
+bool ReadItems(std::string_view payload, uint16_t count, uint16_t descriptors, Item* items);
 
-// Adds an item to a payload under construction and tells where it lies.
-Item AppendItem(std::string& payload, Type type, std::string_view key, const void* value, size_t valueLength);
+// Adds an item to a payload under construction and tells where it lies. The value may lie in the payload itself.
+template <class Text>
+Item AppendItem(Text& payload, Type type, std::string_view key, const void* value, size_t valueLength) {
+    const ItemHeader header{static_cast<uint8_t>(type), 0, static_cast<uint16_t>(key.size()),
+                            static_cast<uint32_t>(valueLength)};
+    const size_t at = payload.size();
+    const auto valueAt = reinterpret_cast<uintptr_t>(value) - reinterpret_cast<uintptr_t>(payload.data());
+    const size_t keyAt = at + sizeof header;
+    payload.resize(keyAt + key.size() + valueLength);
+    if (valueAt < at) value = payload.data() + valueAt;
+    std::memcpy(payload.data() + at, &header, sizeof header);
+    std::memcpy(payload.data() + keyAt, key.data(), key.size());
+    if (valueLength) std::memcpy(payload.data() + keyAt + key.size(), value, valueLength);
+    return {type, header.keyLength, static_cast<uint32_t>(keyAt), header.valueLength};
+}
 
 }  // namespace platform::wire

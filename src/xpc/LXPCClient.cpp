@@ -61,10 +61,6 @@ void LXPCClient::SendMessage(const char* serviceName, unsigned long id, const LX
         connection.reset(xpc_retain(it->hConnection));
     }
     LList<LXPCDataListable> list;
-    for (unsigned long i = 0; i < count; i++) {
-        auto item = std::make_unique<LXPCDataListable>();
-        static_cast<LXPCData&>(*item) = items[i];
-        list.Add(item.release());
-    }
+    for (unsigned long i = 0; i < count; i++) list.Add(new LXPCDataListable{items[i]});
     LXPCBase::SendMessage(reinterpret_cast<long>(connection.get()), list, withReply);
 }

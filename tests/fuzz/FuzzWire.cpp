@@ -26,22 +26,22 @@ std::vector<Descriptor> OpenDescriptors(size_t count) {
 }
 
 // Both readers agree, and what was read is written back byte for byte.
-std::optional<std::vector<wire::Item>> ReadBoth(std::string_view payload, const wire::FrameHeader& header,
-                                                frames::Frame& frame) {
-    auto items = wire::ReadItems(payload, header.items, header.descriptors);
+bool ReadBoth(std::string_view payload, const wire::FrameHeader& header, frames::Frame& frame) {
+    std::vector<wire::Item> items(header.items);
+    const bool isTaken = wire::ReadItems(payload, header.items, header.descriptors, items.data());
     const bool isWhole = frames::ReadItems(payload, header.items, header.descriptors, frame.items);
-    Require(items.has_value() == isWhole, "both readers take the same payloads");
-    if (!items) return {};
+    Require(isTaken == isWhole, "both readers take the same payloads");
+    if (!isTaken) return false;
     std::string again;
-    for (size_t i = 0; i < items->size(); i++) {
+    for (size_t i = 0; i < items.size(); i++) {
         const frames::Item& item = frame.items[i];
         const wire::Item written =
             wire::AppendItem(again, static_cast<wire::Type>(item.type), item.key, item.value.data(), item.value.size());
-        Require(written.keyAt == (*items)[i].keyAt && written.valueLength == (*items)[i].valueLength,
+        Require(written.keyAt == items[i].keyAt && written.valueLength == items[i].valueLength,
                 "an item lies where it was written");
     }
     Require(again == payload, "writing is the reverse of reading");
-    return items;
+    return true;
 }
 
 long Low32(std::string_view value) {
@@ -147,11 +147,10 @@ void TryInput(const uint8_t* data, size_t size) {
     Require(header->number == frame.number && header->descriptors == frame.descriptors, "both readers agree");
 
     // Where the length is wrong, what there is counts: else most inputs would end here.
-    const auto items = ReadBoth(input.substr(frames::kHeader), *header, frame);
-    if (!items) return;
-    const std::string payload(input.substr(frames::kHeader));
-    const Message message = Message::Adopt(
-        new XPCDictionary(*header, payload, *items, OpenDescriptors(header->descriptors), XPCRef<XPCConnection>()));
+    const std::string_view payload = input.substr(frames::kHeader);
+    if (!ReadBoth(payload, *header, frame)) return;
+    const Message message =
+        XPCDictionary::Received(*header, payload, OpenDescriptors(header->descriptors), XPCRef<XPCConnection>());
     CheckReading(message, frame);
     CheckSetting(frame);
 }

@@ -81,9 +81,8 @@ std::optional<bool> WireClient::Answer(const tools::HelperRequest& request, int 
     if (!header || header->number != ++answered) return std::nullopt;
     std::string payload(header->payloadLength, '\0');
     if (!Receive(payload.data(), payload.size(), timeoutMs)) return std::nullopt;
-    const auto items = wire::ReadItems(payload, header->items, header->descriptors);
-    if (!items || items->size() != 1) return std::nullopt;
-    const wire::Item& reply = items->front();
+    wire::Item reply{};
+    if (header->items != 1 || !wire::ReadItems(payload, 1, header->descriptors, &reply)) return std::nullopt;
     if (std::string_view(payload).substr(reply.keyAt, reply.keyLength) != request.ReplyKey()) return std::nullopt;
     return payload[reply.valueAt()] != 0;
 }

@@ -1,3 +1,5 @@
+#include "EventPool.h"
+#include "XPCConnection.h"
 #include "XPCWire.h"
 #include "support/ServiceFixture.h"
 
@@ -8,11 +10,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <future>
 #include <mutex>
+#include <new>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -107,6 +111,13 @@ protected:
         });
         PumpUntil([&] { return answered; }, "an answer");
         return answer;
+    }
+
+    // For the main thread while it doesn't serve its queue; false when the condition doesn't come true within 10 s.
+    static bool WaitUntil(const std::function<bool()>& condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        return condition();
     }
 
     void EndClient(xpc_connection_t client) {
@@ -410,12 +421,13 @@ TEST_F(XPCTest, AClientThatIsFinishedWhileSuspendedHearsOfItWhenResumed) {
 // A server of plain sockets in the service's place.
 class RawServer {
 public:
-    explicit RawServer(const std::string& path) : listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit RawServer(const std::string& path, int backlog = 5)
+        : listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
         EXPECT_EQ(bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(listening, 5), 0);
+        EXPECT_EQ(listen(listening, backlog), 0);
     }
     ~RawServer() {
         for (int fd : accepted) close(fd);
@@ -424,6 +436,12 @@ public:
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
 
+    // Waits for one.
+    int AcceptNext() {
+        pollfd wait{listening, POLLIN, 0};
+        EXPECT_EQ(poll(&wait, 1, 10'000), 1);
+        return Accept();
+    }
     int Accept() {
         accepted.push_back(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         return accepted.back();
@@ -471,6 +489,95 @@ TEST_F(XPCTest, AnInterruptionWhileMessagesWaitToBeSentStillLetsTheNextUseConnec
     const Object message(NewMessage());
     xpc_connection_send_message(client, message);
     PumpUntil([&] { return server.IsAskedFor(); }, "the next connection");
+}
+
+TEST_F(XPCTest, NothingWaitsForAServerThatIsSlowToLetTheClientInAgain) {
+    RawServer server(SocketPath(), 0);
+    const xpc_connection_t client = Connect();
+    const int first = server.Accept(), filler = ConnectRaw();  // the server's queue is full now
+    shutdown(first, SHUT_RDWR);
+    PumpUntil([&] { return clientInterrupted == 1; }, "the interruption");
+    const Object message(NewMessage());
+    for (int i = 0; i < 2; i++) xpc_connection_send_message(client, message);
+    xpc_connection_suspend(client);
+    xpc_connection_resume(client);
+    EXPECT_GE(server.Accept(), 0);
+    const int next = server.AcceptNext();
+    const size_t sent = 2 * sizeof(wire::FrameHeader);
+    char bytes[sent];
+    PumpUntil([&] { return recv(next, bytes, sent, MSG_PEEK) == static_cast<ssize_t>(sent); }, "both messages");
+    close(filler);
+}
+
+TEST_F(XPCTest, EventsReachAClientWhoseMainThreadHangsInAHandler) {
+    ServeAddingOne();
+    const xpc_connection_t client = Connect();
+    for (int i = 0; i < 3; i++) EXPECT_EQ(Ask(client, 1), 2);  // by now the main thread reads its replies
+    bool isTold = false;
+    dispatch_async(dispatch_get_main_queue(), [&] {
+        CancelPeers();
+        isTold = WaitUntil([&] { return clientInterrupted == 1; });
+    });
+    PumpUntil([&] { return clientInterrupted == 1; }, "the interruption");
+    EXPECT_TRUE(isTold);
+    for (int i = 0; i < 3; i++) EXPECT_EQ(Ask(client, 1), 2);
+}
+
+TEST_F(XPCTest, HoweverManyHandlersHangTimersAreServed) {
+    std::atomic<int> hanging{0}, ended{0};
+    std::atomic<bool> release{false}, fired{false};
+    Serve([&](xpc_connection_t, xpc_object_t event) {
+        if (xpc_get_type(event) != XPC_TYPE_DICTIONARY) return;
+        hanging++;
+        release.wait(false);
+        ended++;
+    });
+    const Object message(NewMessage());
+    for (int i = 0; i < 80; i++) xpc_connection_send_message(Connect(), message);
+    PumpUntil([&] { return hanging >= 48; }, "handlers that hang");
+    dispatch_pump_main([&] { return hanging >= 64; }, 100);
+    const dispatch_source_t timer =
+        dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_global_queue(0, 0));
+    dispatch_source_set_timer(timer, dispatch_time(DISPATCH_TIME_NOW, 1), DISPATCH_TIME_FOREVER, 0);
+    dispatch_source_set_event_handler(timer, [&] { fired = true; });
+    dispatch_resume(timer);
+    PumpUntil([&] { return fired.load(); }, "the timer");
+    release = true;
+    release.notify_all();
+    PumpUntil([&] { return ended == 80; }, "the handlers that had to wait, too");
+    dispatch_release(timer);
+}
+
+TEST_F(XPCTest, ASuspensionHoldsBackBarriersThatAreDueTogether) {
+    const RawServer server(SocketPath());
+    const xpc_connection_t client = Connect();
+    std::atomic<int> ran{0};
+    xpc_connection_suspend(client);
+    for (int i = 0; i < 2; i++)
+        xpc_connection_send_barrier(client, [&] {
+            xpc_connection_suspend(client);
+            ran++;
+        });
+    xpc_connection_resume(client);
+    for (int expected = 1; expected <= 2; expected++) {
+        PumpUntil([&] { return ran == expected; }, "one barrier");
+        EXPECT_FALSE(dispatch_pump_main([&] { return ran > expected; }, 20));
+        xpc_connection_resume(client);
+    }
+}
+
+TEST_F(XPCTest, MemoryThatRunsOutCostsOneConnection) {
+    Serve([](xpc_connection_t peer, xpc_object_t event) {
+        if (xpc_get_type(event) != XPC_TYPE_DICTIONARY) return;
+        if (xpc_dictionary_get_int64(event, "number") == 13) throw std::bad_alloc();
+        const Object reply(xpc_dictionary_create_reply(event));
+        xpc_connection_send_message(peer, reply);
+    });
+    const xpc_connection_t bystander = Connect(), client = Connect();
+    EXPECT_EQ(Ask(bystander, 1), 0);
+    EXPECT_EQ(Ask(client, 13), -1);
+    EXPECT_EQ(Ask(bystander, 1), 0);
+    PumpUntil([&] { return invalid == 1 && clientInterrupted == 1; }, "the end of the one");
 }
 
 TEST_F(XPCTest, AMessageWhoseDescriptorsCannotBeQueuedFailsAndTheOthersArrive) {
@@ -692,6 +799,25 @@ protected:
         _exit(accepted == 2 ? 7 : 8);
     }
 
+    // Both served by one thread; each message of the first peer brings another one of it.
+    [[noreturn]] void ServeBesideOneThatAlwaysSends() {
+        platform::EventPool::Shared().RunByHand();
+        const std::string frame = Frame("", 0);
+        int sender[2], other[2], messages = 0;
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sender) | socketpair(AF_UNIX, SOCK_STREAM, 0, other), 0);
+        const auto busy = platform::XPCConnection::Peer(platform::Descriptor(sender[0]), 1);
+        const auto patient = platform::XPCConnection::Peer(platform::Descriptor(other[0]), 1);
+        busy->SetEventHandler([&](xpc_object_t) {
+            if (++messages > 100'000) _exit(8);
+            EXPECT_GT(write(sender[1], frame.data(), frame.size()), 0);
+        });
+        patient->SetEventHandler([](xpc_object_t) { _exit(7); });
+        for (int fd : {sender[1], other[1]}) EXPECT_GT(write(fd, frame.data(), frame.size()), 0);
+        busy->Resume();
+        patient->Resume();
+        for (;;) platform::EventPool::Shared().RunOne();
+    }
+
     // A barrier closes the gate; the next one, which waits behind it for the same delivery, must not run.
     [[noreturn]] void CloseTheGateInAnEvent() {
         const RawServer server(SocketPath());
@@ -712,6 +838,10 @@ protected:
 
 TEST_F(XPCProcessTest, AcceptAtTheDescriptorLimitGoesOnWhenThereAreSome) {
     EXPECT_EXIT(RunOutOfDescriptors(), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(XPCProcessTest, APeerThatAlwaysSendsLeavesRoomForOthers) {
+    EXPECT_EXIT(ServeBesideOneThatAlwaysSends(), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(XPCProcessTest, NoFurtherEventOfAConnectionPassesAClosedGate) {
