@@ -1,4 +1,6 @@
-// What fuzz targets share. A target is one file Fuzz<Name>.cpp that defines TryInput. Driver.cpp runs it.
+// What fuzz targets share. A target is one file Fuzz<Name>.cpp with one entry point, LLVMFuzzerTestOneInput, which does
+// something with the bytes and ends the process when a property doesn't hold: so that any driver sees it, ours
+// (Driver.cpp) and libFuzzer. The same bytes must do the same each time. One thread calls it.
 #pragma once
 
 #include <algorithm>
@@ -10,9 +12,7 @@
 #include <string_view>
 #include <unistd.h>
 
-// Does something with the bytes, and ends the process when a property doesn't hold. The same bytes do the same each
-// time. One thread calls it.
-void TryInput(const uint8_t* data, size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 // Ends the process unless `holds`. By default the line is the caller's.
 inline void Require(bool holds, std::string_view what, int line = __builtin_LINE()) {

@@ -252,7 +252,7 @@ void CheckString(const std::string& text, size_t size) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     const uint8_t choice = input.Byte();
     const std::string bytes(input.Rest());
@@ -269,4 +269,5 @@ void TryInput(const uint8_t* data, size_t size) {
     CheckPage(LCopyToISO88595, LCopyToISO88595, "ISO-8859-5", "UTF-8", text, room);
     CheckAnsi(text, room);
     CheckString(text, room);
+    return 0;
 }

@@ -223,7 +223,7 @@ void Conversation::End() {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const Service& service = (EventPool::Shared().RunByHand(), *new Service);
     MainQueue::Shared();  // has descriptors of its own
     const int lowest = LowestFreeDescriptor();
@@ -235,4 +235,5 @@ void TryInput(const uint8_t* data, size_t size) {
         conversation.End();
     }
     Require(LowestFreeDescriptor() == lowest, "every descriptor is closed");
+    return 0;
 }

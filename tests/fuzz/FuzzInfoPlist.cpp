@@ -60,16 +60,17 @@ bool IsWhollyKnown(std::string_view xml) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     const auto info = platform::ParseInfoPlist(bytes);
-    if (!info) return;
+    if (!info) return 0;
     CheckBounds(*info);
     if (const std::string* version = info->String("CFBundleVersion")) CheckVersion(*version);
-    if (bytes.starts_with("bplist") || bytes.size() > 1 << 16 || !IsWhollyKnown(bytes)) return;
+    if (bytes.starts_with("bplist") || bytes.size() > 1 << 16 || !IsWhollyKnown(bytes)) return 0;
     const std::string_view xml = bytes.substr(bytes.find('<'));
     const auto again = platform::ParseInfoPlist(ToBinary(xml));
     Require(again.has_value(), "the binary form can be read");
     Require(again->strings == info->strings, "both forms hold the same texts");
     Require(ServicesOf(*again) == ServicesOf(*info), "both forms hold the same services");
+    return 0;
 }

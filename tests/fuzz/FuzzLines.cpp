@@ -119,7 +119,7 @@ void CheckBuffered(FuzzInput commands, std::string_view bytes) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     const uint8_t choice = input.Byte();
     const size_t number = input.Byte();
@@ -134,4 +134,5 @@ void TryInput(const uint8_t* data, size_t size) {
         while (!bytes.empty() && bytes.size() < 20'000) bytes += bytes;
         CheckBuffered({reinterpret_cast<const uint8_t*>(commands.data()), commands.size()}, bytes);
     }
+    return 0;
 }

@@ -144,7 +144,7 @@ void CheckExisting(const std::string& folder, const std::string& name, const std
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     const uint8_t choice = input.Byte();
     const std::string folder = input.Text(), path = input.Text(), ext = input.Text();
@@ -154,7 +154,8 @@ void TryInput(const uint8_t* data, size_t size) {
     CheckCleaning(path);
     CheckComparing(path, ext);
     Join(folder, path, ext);
-    if (choice > 0) return;
+    if (choice > 0) return 0;
     static const bool hasTable = (platform::SetMountTable("1 0 0:1 / / rw - tmpfs none rw\n"), true);
     if (hasTable) CheckExisting(folder, path, ext);
+    return 0;
 }

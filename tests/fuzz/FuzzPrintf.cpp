@@ -152,7 +152,7 @@ void CheckOutputs(const Outputs& outputs, const std::string& before) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     const Format format = ReadFormat(input.Text());
     Values values;
@@ -180,4 +180,5 @@ void TryInput(const uint8_t* data, size_t size) {
     errno = 0;
     if (Expect(format.text, values, expected))
         Require(outputs.printed.Get() == expected, "each conversion prints as the system's");
+    return 0;
 }

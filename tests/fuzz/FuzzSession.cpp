@@ -198,10 +198,11 @@ void Serve(FuzzInput input) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     [[maybe_unused]] static const bool isReady = (EventPool::Shared().RunByHand(), true);
     const int lowest = LowestFreeDescriptor();
     Serve(FuzzInput(data, size));
     FuzzPeer::RunAll();
     Require(LowestFreeDescriptor() == lowest, "every descriptor is closed");
+    return 0;
 }

@@ -9,13 +9,14 @@
 #include "VirtualClock.h"
 
 #include "common/ScheduleStore.h"
-#include "support/ObservedScheduler.h"
+#include "scheduler/LGCDScheduler.h"
 #include "support/TempFolder.h"
 
 #include <bit>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <vector>
 
 namespace {
@@ -27,8 +28,19 @@ constexpr char kApp[] = "com.example.fuzz";
 
 struct Schedule {
     std::string bundleId, path, name;
-    std::string Names() const { return bundleId + path + name; }
-    std::string Key() const { return "LGCDSCHEDULER_" + Names(); }
+    std::string Key() const { return "LGCDSCHEDULER_" + bundleId + path + name; }
+    auto operator<=>(const Schedule&) const = default;
+};
+
+class Scheduler final : public LGCDScheduler {
+public:
+    using LGCDScheduler::EvScheduleStart;
+    ~Scheduler() override { StopCallbacks(); }
+    void EvScheduleStart(const char* appBundleId, const char* appPath, const char* skedName) override {
+        fires[{appBundleId, appPath, skedName}]++;
+    }
+
+    std::map<Schedule, size_t> fires;
 };
 
 // The store's content, and what the helper's operations make of it.
@@ -112,6 +124,11 @@ void Model::DeleteAll(const std::string& bundleId, const std::string& path) {
     if (isChanged) SetList();
 }
 
+std::string BytesOf(const std::string& path) {
+    const std::ifstream stream(path, std::ios::binary);
+    return (std::ostringstream() << stream.rdbuf()).str();
+}
+
 // The folder of the fuzzed store, in memory where the system has such a place. Immortal.
 class Place {
 public:
@@ -164,7 +181,7 @@ private:
     platform::VirtualClock clock{kNow};
     Model model{NSDictionary()};
     std::vector<std::pair<Schedule, size_t>> loaded;
-    ObservedScheduler scheduler;
+    Scheduler scheduler;
 };
 
 void Run::Load(std::string_view file) {
@@ -182,11 +199,10 @@ void Run::Load(std::string_view file) {
 
 void Run::LetAWeekGoBy() {
     clock.Advance(7 * kDay);
-    std::map<std::string, size_t> expected, found;
+    std::map<Schedule, size_t> expected;
     for (const auto& [names, starts] : loaded)
-        if (starts) expected[names.Names()] += starts;
-    for (const auto& [names, moments] : scheduler.fires) found[names] = moments.size();
-    Require(found == expected, "each schedule starts as often as it must");
+        if (starts) expected[names] += starts;
+    Require(scheduler.fires == expected, "each schedule starts as often as it must");
 }
 
 void Run::CheckFile() const {
@@ -237,7 +253,7 @@ void Run::Change() {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const Place& place = (platform::EventPool::Shared().RunByHand(), *new Place);
     std::filesystem::remove(place.Path());
     std::filesystem::remove(place.Aside());
@@ -245,4 +261,5 @@ void TryInput(const uint8_t* data, size_t size) {
     run.Load({reinterpret_cast<const char*>(data), size});
     run.LetAWeekGoBy();
     run.Change();
+    return 0;
 }

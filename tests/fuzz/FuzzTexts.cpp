@@ -104,7 +104,7 @@ void CheckDate(const std::string& date, const std::string& time, int order) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool isSet = setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1) == 0;
     FuzzInput input(data, size);
     const uint8_t choice = input.Byte();
@@ -114,4 +114,5 @@ void TryInput(const uint8_t* data, size_t size) {
     CheckWildcard(first, second);
     CheckField(first, second);
     if (isSet) CheckDate(first, second, choice % 3);
+    return 0;
 }

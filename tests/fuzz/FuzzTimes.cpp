@@ -84,7 +84,7 @@ void CheckPlan(LDateTime now, LDateTime start, bool daily, bool weekly, LWeekDay
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzInput input(data, size);
     SetZone(kZones[input.Byte() % kZones.size()]);
     const uint8_t kind = input.Byte(), days = input.Byte();
@@ -96,4 +96,5 @@ void TryInput(const uint8_t* data, size_t size) {
     Require(tools::NameFault(text).empty() == (!text.empty() && text.size() < 260 && NSString(text)), "names");
     CheckCalendar(LDateTime(start), number);
     CheckPlan(LDateTime(now), LDateTime(start), kind & 1, kind & 2, LWeekDay(days));
+    return 0;
 }

@@ -137,20 +137,21 @@ void CheckSetting(const frames::Frame& frame) {
 
 }  // namespace
 
-void TryInput(const uint8_t* data, size_t size) {
-    if (size < frames::kHeader) return;
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < frames::kHeader) return 0;
     const std::string_view input(reinterpret_cast<const char*>(data), size);
     frames::Frame frame;
     const frames::Reading reading = frames::Read(input, 0, frame);
     const auto header = wire::ReadHeader(input.data());
-    if (!header) return Require(reading == frames::Reading::Broken, "only a broken header is refused");
+    if (!header) return Require(reading == frames::Reading::Broken, "only a broken header is refused"), 0;
     Require(header->number == frame.number && header->descriptors == frame.descriptors, "both readers agree");
 
     // Where the length is wrong, what there is counts: else most inputs would end here.
     const std::string_view payload = input.substr(frames::kHeader);
-    if (!ReadBoth(payload, *header, frame)) return;
+    if (!ReadBoth(payload, *header, frame)) return 0;
     const Message message =
         XPCDictionary::Received(*header, payload, OpenDescriptors(header->descriptors), XPCRef<XPCConnection>());
     CheckReading(message, frame);
     CheckSetting(frame);
+    return 0;
 }
