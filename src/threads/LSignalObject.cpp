@@ -21,6 +21,7 @@ bool WaitForAny(std::span<pollfd> waited, unsigned int timeoutMs) {
 }  // namespace
 
 bool LSignalObjectRef::Select(int highest, fd_set& readSet, unsigned int timeoutMs) const {
+    if (highest >= FD_SETSIZE) return false;  // behind the end of the set
     timeval timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
     const int ready =
         ::select(highest + 1, &readSet, nullptr, nullptr, timeoutMs == kSignalNoTimeOut ? nullptr : &timeout);
@@ -74,8 +75,9 @@ int LPoll(std::span<pollfd> waited, unsigned int timeoutMs) {
     errno = EBADF;
     if (std::any_of(waited.begin(), waited.end(), isInvalid)) return -1;
     const timespec timeout{static_cast<time_t>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000) * 1'000'000};
-    const int ready =
-        ::ppoll(waited.data(), waited.size(), timeoutMs == kSignalNoTimeOut ? nullptr : &timeout, nullptr);
+    int ready;
+    do ready = ::ppoll(waited.data(), waited.size(), timeoutMs == kSignalNoTimeOut ? nullptr : &timeout, nullptr);
+    while (ready < 0 && errno == EINTR && timeoutMs == 0);  // a look waits for nothing that could be interrupted
     if (ready <= 0) return ready;
     signalCount.load(std::memory_order_acquire);
     errno = EBADF;

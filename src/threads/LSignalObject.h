@@ -22,7 +22,8 @@ public:
     // must be certain looks again. Not about this object.
     bool Select(int highest, fd_set& readSet, unsigned int timeoutMs) const;
 
-    // Whether the object is set, at once or within the time-out; interruption and failure as in Select.
+    // Whether the object is set, at once or within the time-out; interruption and failure as in Select. A look at once
+    // is never interrupted: it says for certain.
     bool IsSignaled() const { return WaitSignal(0); }
     bool WaitSignal(unsigned int timeoutMs) const;
     // The same for any of two or three objects; doesn't tell which.

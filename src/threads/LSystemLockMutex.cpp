@@ -51,8 +51,9 @@ void LSystemLockMutex::Attach(key_t key) {
         semid_ds state{};
         semun argument{};
         argument.buf = &state;
-        if (::semctl(semaphoreSet, 0, IPC_STAT, argument) != 0 || state.sem_otime != 0) return;
+        // In this order: one that was taken by now tells so by its time.
         if (::semctl(semaphoreSet, 0, GETVAL) != 0) return;
+        if (::semctl(semaphoreSet, 0, IPC_STAT, argument) != 0 || state.sem_otime != 0) return;
         if (tries == kMakerPatience) break;
         Sleep();
     }

@@ -2,8 +2,16 @@
 
 #include <mach/thread_policy.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
 LThread::~LThread() {
     StopThreadNow();
+    if (!isJoinable) return;
+    // On the thread itself, which goes on without the object.
+    ::pthread_detach(thread);
+    *pIsGone = true;
 }
 
 void LThread::Start(int priority) {
@@ -30,7 +38,7 @@ bool LThread::Begin(int priority, void* (*entry)(void*), bool detached) {
     const bool isMade = ::pthread_create(&thread, &attributes, entry, this) == 0;
     ::pthread_attr_destroy(&attributes);
     if (!isMade) return false;
-    ProcessWaitSignal(startedSignal, kSignalNoTimeOut);
+    while (!startedSignal.IsSignaled() && ProcessWaitSignal(startedSignal, kSignalNoTimeOut) == waitTimedOut) continue;
     SetPriority(priority);
     return true;
 }
@@ -44,10 +52,8 @@ void LThread::StopThreadNow() {
         if (!isJoinable) return;
         joined = thread;
     }
-    if (::pthread_equal(joined, ::pthread_self()))
-        ::pthread_detach(joined);
-    else
-        ::pthread_join(joined, nullptr);
+    if (::pthread_equal(joined, ::pthread_self())) return;
+    ::pthread_join(joined, nullptr);
     const LLockObjectGuard guard(startLock);
     isJoinable = false;
 }
@@ -60,6 +66,19 @@ void LThread::SetPriority(int priority) {
         ::thread_policy_set(number, THREAD_TIME_CONSTRAINT_POLICY, policy);
     } else {
         ::thread_priority_set(number, priority);
+    }
+}
+
+bool LThread::ProcessWait(unsigned int milliseconds) {
+    using namespace std::chrono;
+    const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    for (unsigned int left = milliseconds;;) {
+        pollfd waited[] = {LPollFor(stopSignal)};
+        const int ready = LPoll(waited, left);
+        if (ready >= 0 || errno != EINTR) return ready > 0;
+        if (milliseconds == kSignalNoTimeOut) continue;
+        const auto rest = ceil<std::chrono::milliseconds>(end - steady_clock::now()).count();
+        left = static_cast<unsigned int>(std::max<int64_t>(rest, 0));
     }
 }
 
@@ -76,17 +95,20 @@ int LThread::ProcessWaitSignalObjectGroup(LSignalObjectGroup& group, unsigned in
     return stopSignal.IsSignaled() ? waitStopped : waitSet;
 }
 
-void LThread::ThreadCallback() {
+bool LThread::ThreadCallback() {
+    bool isGone = false;
+    pIsGone = &isGone;
     port = ::mach_thread_self();
     startedSignal.Signal();
     ThreadFunction();
+    if (isGone) return false;
     running = false;
     port = kNoPort;
+    return true;
 }
 
 void* LThread::_ThreadCallback(void* argument) {
     auto* const self = static_cast<LThread*>(argument);
-    self->ThreadCallback();
-    self->finishedSignal.Signal();
+    if (self->ThreadCallback()) self->finishedSignal.Signal();
     return nullptr;
 }

@@ -42,7 +42,8 @@ public:
     uint32_t Port() const { return port; }  // the running thread's number; kNoPort without one
 
     bool IsToStop() override { return stopSignal.IsSignaled(); }
-    bool ProcessWait(unsigned int milliseconds) override { return stopSignal.WaitSignal(milliseconds); }
+    // Goes on after an interruption.
+    bool ProcessWait(unsigned int milliseconds) override;
     // A stop request wins over an object that is set, too. waitTimedOut also for a wait that was interrupted or failed.
     int ProcessWaitSignal(LSignalObjectRef object, unsigned int timeoutMs) override;
     // Adds the thread's stop signal to the group, where it stays and takes a place; afterwards the group holds its
@@ -57,8 +58,8 @@ protected:
     // one.
     void StopThreadNow();
 
-    // The body's wrapper, on the new thread.
-    void ThreadCallback();
+    // The body's wrapper, on the new thread. False when the body has destroyed the object.
+    bool ThreadCallback();
 
     // For those who make the thread by themselves: begins a run with `entry`; false when that can't be.
     bool Begin(int priority, void* (*entry)(void*), bool detached);
@@ -75,4 +76,5 @@ private:
     std::atomic<bool> running{false};
     std::atomic<uint32_t> port{kNoPort};
     bool isJoinable = false;  // under startLock: somebody has to join the thread
+    bool* pIsGone = nullptr;  // the thread's own: to be set by a destruction in the body
 };

@@ -1,4 +1,5 @@
 #include "threads/LSignalObjectGroup.h"
+#include "threads/LThread.h"
 
 #include <gtest/gtest.h>
 
@@ -29,6 +30,12 @@ struct View : LSignalObjectRef {
         readDescriptor = reading;
         writeDescriptor = writing;
     }
+};
+
+class Waiter : public LThread {
+public:
+    ~Waiter() override { StopThreadNow(); }
+    void ThreadFunction() override { ProcessWait(kSignalNoTimeOut); }
 };
 
 // Runs a wait on another thread and interrupts it by a signal handler until it returns.
@@ -132,6 +139,24 @@ TEST(LSignalObject, WaitsThatAreInterrupted) {
     FD_ZERO(&set);
     FD_SET(object.ReadDescriptor(), &set);
     EXPECT_FALSE(object.Select(object.ReadDescriptor(), set, 0));
+    // What is destroyed after such a look, or stopped, relies on it.
+    EXPECT_FALSE(Interrupted([&] {
+        for (int i = 0; i < 20'000; i++)
+            if (object.IsSignaled()) return true;
+        return false;
+    }));
+    Waiter thread;
+    const Stopwatch watch;
+    EXPECT_FALSE(Interrupted([&] { return thread.ProcessWait(20); }));
+    EXPECT_GE(watch.Elapsed(), 20ms);
+    EXPECT_TRUE(Interrupted([&] {
+        for (int i = 0; i < 200; i++) {
+            Waiter started;
+            started.Start(0);
+            if (started.Port() == LThread::kNoPort) return false;
+        }
+        return true;
+    }));
 }
 
 TEST(LSignalObjectGroup, HoldsUpTo256AndIsNotChangedByWaits) {

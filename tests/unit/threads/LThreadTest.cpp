@@ -59,6 +59,14 @@ TEST(LThread, RunsOneBodyAtATimeAndAgain) {
         if (i % 3 == 2) brief.WaitForEnd();
     }
     const Worker never(UntilStopped);
+
+    // Destroyed by its own body.
+    LSignalObject gone;
+    (new Worker([&](Worker& self) {
+        delete &self;
+        gone.Signal();
+    }))->Start(0);
+    EXPECT_TRUE(gone.WaitSignal(kSignalNoTimeOut));
 }
 
 TEST(LThread, WaitsEndWithAStopRequest) {
