@@ -62,10 +62,23 @@ std::string PlainEntry(std::string_view entry) {
     return escaped;
 }
 
-std::string LastComponent(const char* path) {
-    char name[LTextBufferSize];
-    LFile::_GetFileFromPath(name, path);
-    return name;
+// An archive's name of which unzip won't make another one's. It is a pattern once there is a wildcard anywhere in the
+// path, the folder's part of it never. Letters between brackets make sure of one behind the last "/".
+std::string PlainArchive(const std::string& path) {
+    if (path.find_first_of("*?[") == path.npos) return path;
+    const size_t name = path.rfind('/') + 1;  // npos + 1 is 0
+    std::string pattern = path.substr(0, name);
+    for (const char c : path.substr(name)) {
+        if (LFileIsLetterOrNumber(c) || std::strchr("*?[", c))
+            pattern += {'[', c, ']'};
+        else
+            pattern += std::strchr("\\]", c) ? std::string{'\\', c} : std::string{c};
+    }
+    return pattern;
+}
+
+std::string LastComponent(std::string_view path) {
+    return std::string(path.substr(path.rfind('/') + 1));  // npos + 1 is 0
 }
 
 std::string TemporaryFolder() {
@@ -223,7 +236,8 @@ bool LZipFile::Extract(const char* archive, const char* folder, const char* entr
     // Behind the archive's name unzip looks for options among the entries; a pattern is none.
     const bool isOption = entry && *entry == '-';
     const std::string one = entry && *entry ? Quoted(isOption ? "[-]" + PlainEntry(entry + 1) : PlainEntry(entry)) : "";
-    return RunCommand(std::string(kUnzip) + " -o" + Quoted(Plain(archive)) + one + " -d" + Quoted(Plain(folder)));
+    return RunCommand(std::string(kUnzip) + " -o" + Quoted(PlainArchive(Plain(archive))) + one + " -d" +
+                      Quoted(Plain(folder)));
 }
 
 bool LZipFile::RunCommand(const std::string& command) const {

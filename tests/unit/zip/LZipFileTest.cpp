@@ -157,6 +157,21 @@ TEST_F(LZipFileTest, NamesOfEveryKindAreNamesOnly) {
     }
 }
 
+// unzip takes an archive's name for a pattern, and finds another one by it.
+TEST_F(LZipFileTest, ArchivesOfEveryNameAreThemselves) {
+    folder.MakeFolder("d[1]");
+    for (const char* name : {"a1.zip", "ab.zip", "bc.zip", "d[1]/bc.zip", "a[1].zip", "a*.zip", "[.zip", "b\\c?.zip",
+                             "b\\c.zip", "d[1]/b\\c.zip", "]-[!^.zip", "d[1]/-x.zip", "\xC3\xA4?.zip"}) {
+        NotingZip zip(folder.Join(name).c_str(), false);
+        zip.runs = true;
+        zip.SetExclusionsOff(true);
+        zip.AddFile(folder.Write("content", name).c_str());
+        EXPECT_TRUE(zip.Save()) << name;
+        EXPECT_TRUE(zip.ExtractAllFiles(folder.Join("out").c_str())) << name;
+        EXPECT_EQ(Content(folder.Join("out/content")), name);
+    }
+}
+
 // With the real commands, exclusions and pauses.
 TEST_F(LZipFileTest, JobsReportAndFoldersGoWithTheirContents) {
     EXPECT_TRUE(LZipFileCreate(archive.c_str()));
