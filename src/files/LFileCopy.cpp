@@ -29,18 +29,20 @@ bool CopyBytes(int from, int to) {
     }
 }
 
-// Makes something new beside `dst` with make(path) and then gives it that name: what stands there is replaced as a
-// whole, or stays as it was.
+// Makes something new beside `dst` with make(path, isOurs) and then gives it that name: what stands there is replaced
+// as a whole, or stays as it was. make() takes isOurs back, and leaves errno, where it made nothing at all.
 template <class Make>
 bool Replace(const char* dst, Make make) {
     for (int number = 0; number < 1'000; number++) {
         const char* const slash = std::strrchr(dst, '/');
         const std::string folder(dst, slash ? slash + 1 : dst);
         const std::string fresh = folder + ".copy-" + std::to_string(::getpid()) + "-" + std::to_string(number);
-        const bool isMade = make(fresh.c_str());
-        if (!isMade && errno == EEXIST) continue;  // another thread's, or left by a crash
-        if (isMade && ::rename(fresh.c_str(), dst) == 0) return true;
-        ::unlink(fresh.c_str());
+        bool isOurs = true;
+        if (make(fresh.c_str(), isOurs) && ::rename(fresh.c_str(), dst) == 0) return true;
+        if (isOurs)
+            ::unlink(fresh.c_str());
+        else if (errno == EEXIST)  // another thread's, or left by a crash
+            continue;
         return false;
     }
     return false;
@@ -50,13 +52,11 @@ bool CopyRegularFile(const char* src, const char* dst) {
     const LDescriptor from(::open(src, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (!from || ::fstat(from.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
-    return Replace(dst, [&](const char* fresh) {
+    return Replace(dst, [&](const char* fresh, bool& isOurs) {
         LDescriptor to(::open(fresh, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-        if (!to) return false;
+        if (!to) return isOurs = false;
         const bool isCopied = CopyBytes(from.Get(), to.Get()) && ::fchmod(to.Get(), status.st_mode & 07777) == 0;
-        const bool isClosed = to.Close();
-        errno = 0;  // the file is ours, whatever went wrong
-        return isCopied && isClosed;
+        return to.Close() && isCopied;
     });
 }
 
@@ -75,14 +75,16 @@ bool CopyLink(const char* src, const char* dst) {
         if (!LFile::FolderIterator::_JoinEntry(place, dst, slash ? slash + 1 : src)) return false;
     }
     if (LIsSameEntry(src, place)) return false;
-    return Replace(place, [&](const char* fresh) { return ::symlink(text.c_str(), fresh) == 0; });
+    return Replace(place,
+                   [&](const char* fresh, bool& isOurs) { return isOurs = ::symlink(text.c_str(), fresh) == 0; });
 }
 
 bool IsTooLong(const char* path) {
     return !path || !*path || std::strlen(path) >= LTextBufferSize;
 }
 
-void CopyEntries(const char* src, const char* dst) {
+// `root` is the folder whose copying began it all: a folder of the copy that was there before may lead back into it.
+void CopyEntries(const struct stat& root, const char* src, const char* dst) {
     LFile::FolderIteratorAllFiles entries;
     char from[LTextBufferSize], to[LTextBufferSize];
     for (bool more = entries.Open(src, "*"); more; more = entries.Next()) {
@@ -96,8 +98,7 @@ void CopyEntries(const char* src, const char* dst) {
             LFile::CopyFile(from, to);
             continue;
         }
-        ::mkdir(to, 0777);
-        CopyEntries(from, to);
+        if (::mkdir(to, 0777) == 0 || !LLiesInFolder(root, to)) CopyEntries(root, from, to);
     }
 }
 
@@ -116,5 +117,5 @@ void LFile::CopyFolderFiles(const char* src, const char* dst) {
     if (IsTooLong(src) || IsTooLong(dst) || ::stat(src, &source) != 0 || !S_ISDIR(source.st_mode)) return;
     if (LLiesInFolder(source, dst)) return;  // it would never end
     const bool isThere = ::stat(dst, &target) == 0 && S_ISDIR(target.st_mode);
-    if (isThere || CreateFolderTree(dst)) CopyEntries(src, dst);
+    if (isThere || CreateFolderTree(dst)) CopyEntries(source, src, dst);
 }

@@ -4,6 +4,7 @@
 #include "files/LWildcard.h"
 #include "text/LTextUtilities.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -74,12 +75,15 @@ bool LFile::FolderIterator::Next() {
 int LFile::FolderIterator::_GetNextFile() {
     currentEntry.d_name[0] = '\0';
     if (!pFolder) return 0;
-    const dirent* const read = ::readdir(pFolder);
+    const dirent* read;
+    do read = ::readdir(pFolder);
+    while (read && std::strlen(read->d_name) >= sizeof currentEntry.d_name);  // some file systems have longer names
     if (!read) {
         _Close();
         return 0;
     }
-    std::memcpy(&currentEntry, read, read->d_reclen);  // the rest of the record isn't there
+    // The rest of the record isn't there.
+    std::memcpy(&currentEntry, read, std::min<size_t>(read->d_reclen, sizeof currentEntry));
     return 1;
 }
 

@@ -8,6 +8,7 @@
 #include <bsd/wallclock.h>
 
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,10 +61,13 @@ bool RemoveWith(const char* given, RemoveFile removeFile, RemoveFolder removeFol
 }  // namespace
 
 bool LFile::CreateFolderTree(const char* given) {
-    char path[LTextBufferSize], parent[LTextBufferSize];
+    char path[LTextBufferSize];
     if (!TakePath(path, given)) return false;
-    _GetFolderFromPath(parent, path);
-    if (*parent && !LFileExists(parent) && !CreateFolderTree(parent) && !LFileExists(parent)) return false;
+    // Only "/" parts folders here: one whose name holds a back slash has no other one above it.
+    const char* const slash = std::strrchr(path, '/');
+    const std::string parent(path, slash ? static_cast<size_t>(slash - path) : 0);
+    const auto isThere = [&] { return parent.empty() || LFileExists(parent.c_str()); };
+    if (!isThere() && !CreateFolderTree(parent.c_str()) && !isThere()) return false;
     return ::mkdir(path, 0777) == 0;
 }
 

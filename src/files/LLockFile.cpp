@@ -2,6 +2,7 @@
 
 #include "files/LFile.h"
 #include "files/LFileIdentity.h"
+#include "files/LFilePath.h"
 
 #include <bsd/exlock.h>
 #include <bsd/fileflags.h>
@@ -28,7 +29,7 @@ bool LLockFile::Lock(const char* path) {
     Release();
     LFile::_ApplyNewFileExtension(filePath, path, kLockExtension);
     // One whose path was cut would be another file's.
-    if (std::strlen(path ? path : "") + std::strlen(kLockExtension) >= sizeof filePath) return true;
+    if (std::strlen(path ? path : "") >= sizeof filePath || tstrcmpend(filePath, kLockExtension) != 0) return true;
     file.Reset(::open_exlock(filePath, O_RDWR | O_NONBLOCK | O_CREAT | O_TRUNC | O_NOFOLLOW, 0777));
     return file || errno != EAGAIN;
 }

@@ -109,9 +109,11 @@ int CopyLinkToFolder(const char* source, const char* destination) {
     return LFile::CopyFile(source, destination) ? processDone : processFailed;
 }
 
-int CopyTree(LProcessInterface& process, const char* source, const char* destination);
+// `root` is the folder whose copying began it all.
+int CopyTree(LProcessInterface& process, const struct stat& root, const char* source, const char* destination);
 
-int CopyEntry(LProcessInterface& process, const char* sourceFolder, const char* destinationFolder, const char* name) {
+int CopyEntry(LProcessInterface& process, const struct stat& root, const char* sourceFolder,
+              const char* destinationFolder, const char* name) {
     char source[LTextBufferSize], destination[LTextBufferSize];
     if (!LFile::FolderIterator::_JoinEntry(source, sourceFolder, name) ||
         !LFile::FolderIterator::_JoinEntry(destination, destinationFolder, name))
@@ -120,17 +122,18 @@ int CopyEntry(LProcessInterface& process, const char* sourceFolder, const char* 
     if (::stat(source, &status) != 0 || !S_ISDIR(status.st_mode))
         return Process(process, LProcessCopyFile{source, destination});
     if (!IsFolderItself(source)) return CopyLinkToFolder(source, destination);
-    LFile::CreateFolderTree(destination);
-    return CopyTree(process, source, destination);
+    // A folder that was there before may lead back into the source.
+    if (!LFile::CreateFolderTree(destination) && LLiesInFolder(root, destination)) return processFailed;
+    return CopyTree(process, root, source, destination);
 }
 
-int CopyTree(LProcessInterface& process, const char* source, const char* destination) {
+int CopyTree(LProcessInterface& process, const struct stat& root, const char* source, const char* destination) {
     int count = 0, index = 0;
     ForEachEntry(source, [&](const char*) { return ++count, processDone; });
     return ForEachEntry(source, [&](const char* name) {
         const auto entries = static_cast<float>(count);
         LProcessInterfaceSubProcess step(process, static_cast<float>(index++) / entries, 1 / entries);
-        return CopyEntry(step, source, destination, name);
+        return CopyEntry(step, root, source, destination, name);
     });
 }
 
@@ -158,5 +161,5 @@ int Process(LProcessInterface& process, const LProcessCopyFolder& job) {
     struct stat source {};
     if (!IsPath(job.source) || !IsPath(job.destination) || ::stat(job.source, &source) != 0) return processFailed;
     if (S_ISDIR(source.st_mode) && LLiesInFolder(source, job.destination)) return processFailed;
-    return CopyTree(process, job.source, job.destination);
+    return CopyTree(process, source, job.source, job.destination);
 }

@@ -92,7 +92,11 @@ TEST(LFolderTrees, AreMadeWithAllThatIsMissing) {
         EXPECT_FALSE(LFile::CreateFolderTree(folder.Join(path).c_str())) << path;
         EXPECT_TRUE(fs::is_directory(folder.Join(path)));
     }
-    for (const std::string& name : kNames) EXPECT_TRUE(LFile::CreateFolderTree(folder.Join(name).c_str())) << name;
+    for (const std::string& name : kNames) {
+        EXPECT_TRUE(LFile::CreateFolderTree(folder.Join("of all names/" + name).c_str())) << name;
+        EXPECT_TRUE(fs::remove(folder.Join("of all names/" + name)));
+        EXPECT_TRUE(fs::is_empty(folder.Join("of all names"))) << name;  // it was the only one
+    }
     folder.Write("file", "kept");
     EXPECT_FALSE(LFile::CreateFolderTree(folder.Join("file/x").c_str()));
     EXPECT_FALSE(LFile::CreateFolderTree(folder.Join("file").c_str()));
@@ -260,6 +264,10 @@ TEST(LFileCopy, FoldersAreCopiedWholeButNotIntoThemselves) {
     fs::create_symlink(folder.Join("src/sub"), folder.Join("inside"));
     for (const char* into : {"src", "src/sub/deep", "src/new", "src/../src/x/y", "inside", "inside/z"})
         LFile::CopyFolderFiles(folder.Join("src").c_str(), folder.Join(into).c_str());
+    EXPECT_EQ(Tree(folder.Join("src")), tree);
+    // A folder of the copy leads back into the source.
+    fs::create_directory_symlink(folder.Join("src/sub/deep"), folder.MakeFolder("back") + "/sub");
+    LFile::CopyFolderFiles(folder.Join("src").c_str(), folder.Join("back").c_str());
     EXPECT_EQ(Tree(folder.Join("src")), tree);
     LFile::CopyFolderFiles(folder.Join("src/plain").c_str(), folder.Join("other").c_str());
     LFile::CopyFolderFiles(folder.Join("src").c_str(), folder.Join("src/plain").c_str());

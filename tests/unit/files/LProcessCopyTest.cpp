@@ -122,6 +122,8 @@ TEST(LProcessCopyFolder, NamesLinksAndWhatCantBeCopied) {
     const auto before = Tree(folder.Join("from"));
     for (const char* into : {"from", "from/none", "from/new", "inside", "inside/x", "to/../from/x"})
         EXPECT_EQ(CopyFolder(folder.Join("from"), folder.Join(into)), processFailed) << into;
+    fs::create_directory_symlink(folder.Join("from/none/of"), folder.MakeFolder("back") + "/none");
+    EXPECT_EQ(CopyFolder(folder.Join("from"), folder.Join("back")), processFailed);
     EXPECT_EQ(Tree(folder.Join("from")), before);
     EXPECT_EQ(CopyFolder(folder.Join("missing"), folder.Join("to")), processFailed);
     // An entry whose path would have to be cut, on either side.
