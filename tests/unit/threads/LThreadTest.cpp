@@ -62,9 +62,10 @@ TEST(LThread, RunsOneBodyAtATimeAndAgain) {
 
     // Destroyed by its own body.
     LSignalObject gone;
-    (new Worker([&](Worker& self) {
+    (new Worker([signal = &gone](Worker& self) {
+        LSignalObject* const after = signal;  // this function goes with it
         delete &self;
-        gone.Signal();
+        after->Signal();
     }))->Start(0);
     EXPECT_TRUE(gone.WaitSignal(kSignalNoTimeOut));
 }
