@@ -19,6 +19,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <set>
@@ -33,8 +35,9 @@ using Schedules = std::map<std::string, StoredSchedule>;  // of one application,
 constexpr size_t kClients = 8;
 constexpr int kNames = 12;  // of schedules, for each application
 constexpr time_t kDay = 86'400;
-constexpr time_t kFarDays = 5;               // the last start of a one-time schedule
-constexpr time_t kForwardDays = 8;           // by then everything that repeats has started as well
+constexpr time_t kFarDays = 5;      // the last start of a one-time schedule
+constexpr time_t kForwardDays = 8;  // by then everything that repeats has started as well
+constexpr int kPatienceMs = 60'000;
 constexpr size_t kMostOpen = 16;             // questions of a client that may wait for an answer
 constexpr uint64_t kConnectionLength = 100;  // requests
 constexpr char kBundleId[] = "com.example.clients";
@@ -101,7 +104,7 @@ public:
     // Whether so many different ones start within a minute.
     bool AwaitStarted(size_t number) {
         std::unique_lock lock(mutex);
-        return changed.wait_for(lock, std::chrono::minutes(1), [&] { return started.size() >= number; });
+        return changed.wait_for(lock, std::chrono::milliseconds(kPatienceMs), [&] { return started.size() >= number; });
     }
     size_t Starts() {
         const std::lock_guard lock(mutex);
@@ -131,7 +134,7 @@ class PlainSpeaker final : public Speaker {
 public:
     explicit PlainSpeaker(const std::string& socket) : client(socket) {}
     bool Tell(const HelperRequest& request) override { return client.Send(request); }
-    bool Ask(const HelperRequest& request) override { return client.Ask(request).has_value(); }
+    bool Ask(const HelperRequest& request) override { return client.Ask(request, kPatienceMs).has_value(); }
 
 private:
     WireClient client;
@@ -163,7 +166,7 @@ private:
     }
     bool AwaitAllBut(size_t left) {
         std::unique_lock lock(mutex);
-        return changed.wait_for(lock, std::chrono::minutes(1), [&] { return open <= left; });
+        return changed.wait_for(lock, std::chrono::milliseconds(kPatienceMs), [&] { return open <= left; });
     }
 
     void EvConnectionError(long, LXPCErrorType) override {}
@@ -193,10 +196,10 @@ public:
         for (uint64_t i = 0; i < requests && fault.empty(); i++) {
             if (i % kConnectionLength == 0) Connect();
             const bool isAnswered = Below(3) == 0 ? Ask() : speaker->Tell(Next());
-            if (!isAnswered) fault = "a request is not answered";
+            if (!isAnswered) Miss("request " + std::to_string(i));
         }
         const bool isLast = speaker->Tell(HelperRequest::DeleteAll(Soon())) && Ask() && speaker->Await();
-        if (!isLast && fault.empty()) fault = "the last request is not answered";
+        if (!isLast && fault.empty()) Miss("the last request");
         speaker.reset();
     }
 
@@ -218,13 +221,17 @@ private:
 
     int Below(int end) { return ::Below(random, end); }
 
+    void Miss(const std::string& what) {
+        fault = "client " + std::to_string(number) + ": " + what + " is not answered";
+    }
+
     void Connect() {
-        if (speaker && !speaker->Await()) fault = "an answer is missing";
+        if (speaker && !speaker->Await()) Miss("an earlier request");
         if (number % 2 == 0)
             speaker = std::make_unique<PlainSpeaker>(socket);
         else
             speaker = std::make_unique<LibrarySpeaker>();
-        if (!Ask() || !speaker->Await()) fault = "a new connection is not answered";
+        if (!Ask() || !speaker->Await()) Miss("a new connection");
     }
     bool Ask() {
         questions++;
@@ -308,6 +315,7 @@ void Try(Stress& stress, Helper& helper, SteeredClock& clock, const Home& home) 
 int main(int argc, char** argv) {
     Stress stress("clients", 2'000, argc, argv);
     setenv("TZ", "UTC0", 1);
+    if (std::filesystem::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 1);  // what is tried is no disk
     auto home = std::make_unique<Home>();
     setenv("XDG_RUNTIME_DIR", home->Environment().at("XDG_RUNTIME_DIR").c_str(), 1);
     platform::SetMainBundleRoot(BUILD_FOLDER "/schedulehelper.app");
