@@ -61,13 +61,13 @@ TEST(LThread, RunsOneBodyAtATimeAndAgain) {
     const Worker never(UntilStopped);
 
     // Destroyed by its own body.
-    LSignalObject gone;
-    (new Worker([signal = &gone](Worker& self) {
-        LSignalObject* const after = signal;  // this function goes with it
+    std::atomic<bool> isGone{false};
+    (new Worker([signal = &isGone](Worker& self) {
+        std::atomic<bool>* const after = signal;  // this function goes with it
         delete &self;
-        after->Signal();
+        *after = true;
     }))->Start(0);
-    EXPECT_TRUE(gone.WaitSignal(kSignalNoTimeOut));
+    while (!isGone) std::this_thread::yield();
 }
 
 TEST(LThread, WaitsEndWithAStopRequest) {
