@@ -8,8 +8,8 @@
 
 // What a wait gives.
 enum LWaitResult { waitSet = 0, waitStopped = 1, waitTimedOut = 2 };  // the last one for waits that failed, too
-// What an operation gives.
-enum LProcessResult { processDone = 0, processStopped = 1, processFailed = 2 };  // failed: the reason went to SetError
+// What an operation gives. The reason for a failure, if it is told, went to SetError.
+enum LProcessResult { processDone = 0, processStopped = 1, processFailed = 2 };
 
 class LProcessInterface {
 public:

@@ -1,5 +1,6 @@
 // LSignalObjectNamed: a signal between processes, by a name: a socket "<name>" in the user's data folder. Whoever waits
-// has the socket file; a second waiter of that name gets false at once, and signals without a waiter go nowhere. One
+// has the socket file; a second waiter of that name gets false at once, also after the first was killed, whose file is
+// left behind; and signals without a waiter go nowhere. One
 // thread waits, resets and destroys; Signal from any thread. Can't be put in a group.
 #pragma once
 
@@ -18,7 +19,8 @@ public:
 
     void Signal() const;
     // True when another party connected within the time-out (milliseconds; kSignalNoTimeOut: none). Then the file stays
-    // until destruction; after a wait that failed it is gone. An interrupted wait fails.
+    // until destruction, and further waits of this object fail at once; after a wait that failed it is gone. An
+    // interrupted wait fails.
     bool WaitSignal(unsigned int timeoutMs);
     // Forgets what the other party sent.
     void Reset();
