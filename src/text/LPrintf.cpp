@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr size_t cScratchSize = 260;  // one conversion's output, and its specification
-constexpr size_t cRunLimit = 257;     // digits and points that a specification keeps
+constexpr size_t cScratchSize = 260;  // one conversion's output, and what it hands to the system
+constexpr size_t cRunLimit = 257;     // digits and points that are kept of one
 
 // A va_list that can be handed on by reference, and that leaves its origin alone.
 class Arguments {
@@ -116,9 +116,9 @@ std::string_view FormatWord(const Conversion& conversion, unsigned word, char (&
 // A percent sign, the run, the conversion character. Widths and precisions that no 259 characters can show are brought
 // down to ones that print the same 259, since the system's formatter works for as long as the number is big. (A double
 // has at most 1,074 decimals; a conversion with that precision at most 1,500 characters.)
-class Specification {
+class SystemFormat {
 public:
-    explicit Specification(const Conversion& conversion) {
+    explicit SystemFormat(const Conversion& conversion) {
         const std::string_view run = conversion.run;
         const size_t digits = std::min(run.find_first_not_of('0'), run.size());
         const size_t point = std::min(run.find('.'), run.size());
@@ -178,8 +178,8 @@ private:
 // One value by the system's formatter: the scratch up to its terminator, if it printed at all.
 template <class V>
 std::string_view FormatBySystem(const Conversion& conversion, V value, char (&scratch)[cScratchSize]) {
-    const Specification specification(conversion);
-    if (specification.IsRefused() || ::snprintf(scratch, sizeof scratch, specification.Get(), value) < 0) return {};
+    const SystemFormat format(conversion);
+    if (format.IsRefused() || ::snprintf(scratch, sizeof scratch, format.Get(), value) < 0) return {};
     return scratch;
 }
 

@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <string>
 
-long LToFSSpec::CStringToFSSpec(const char* path, FSSpec* spec) {
+long LToFSSpec::CStringToFSSpec(const char* path, FSSpec* record) {
     FSRef ref;
     if (FSPathMakeRef(reinterpret_cast<const UInt8*>(path), &ref, nullptr) == noErr) {
-        return FSGetCatalogInfo(&ref, kFSCatInfoNone, nullptr, spec);
+        return FSGetCatalogInfo(&ref, kFSCatInfoNone, nullptr, record);
     }
     // Nothing there yet: the folder's record, with the name put in.
     const LCFString text(CFStringCreateWithCString(kCFAllocatorDefault, path, CFStringGetSystemEncoding()));
@@ -24,20 +24,21 @@ long LToFSSpec::CStringToFSSpec(const char* path, FSSpec* spec) {
     if (!(info.nodeFlags & kFSNodeIsDirectoryMask)) return fnfErr;
     const LCFString name(CFURLCopyLastPathComponent(url.Get()));
     if (!name.Get()) return memFullErr;
-    if (!CFStringGetPascalString(name.Get(), spec->name, sizeof spec->name, CFStringGetSystemEncoding())) return fnfErr;
-    spec->vRefNum = info.volume.number;
-    spec->parID = info.nodeID;
+    if (!CFStringGetPascalString(name.Get(), record->name, sizeof record->name, CFStringGetSystemEncoding()))
+        return fnfErr;
+    record->vRefNum = info.volume.number;
+    record->parID = info.nodeID;
     return noErr;
 }
 
 void LToFSSpec::GetString(char* out, unsigned long size) const {
     LCopyBounded(out, "", size);
     if (!bValid) return;
-    std::string path(spec.name + 1, spec.name + 1 + spec.name[0]);
+    std::string path(record.name + 1, record.name + 1 + record.name[0]);
     CInfoPBRec block;
-    block.ioVRefNum = spec.vRefNum;
+    block.ioVRefNum = record.vRefNum;
     block.ioFDirIndex = -1;
-    block.ioDrDirID = spec.parID;
+    block.ioDrDirID = record.parID;
     while (block.ioDrDirID.number != fsRtParID && PBGetCatInfoSync(&block) == noErr) {
         path.insert(0, block.ioName + ":");
         block.ioDrDirID = block.ioDrParID;

@@ -1,7 +1,7 @@
 // LSignalObjectNamed: a signal between processes, by a name: a socket "<name>" in the user's data folder. Whoever waits
 // has the socket file; a second waiter of that name gets false at once, also after the first was killed, whose file is
-// left behind; and signals without a waiter go nowhere. One
-// thread waits, resets and destroys; Signal from any thread. Can't be put in a group.
+// left behind; and signals without a waiter go nowhere. One thread waits, resets and destroys; Signal from any thread.
+// Can't be put in a group.
 #pragma once
 
 #include <bsd/LDescriptor.h>

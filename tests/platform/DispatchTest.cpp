@@ -10,8 +10,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <semaphore>
+#include <string>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -167,17 +169,29 @@ protected:
     void SetUp() override { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 };
 
+// Until the main thread, which does nothing else any more, sleeps in the gate.
+void AwaitMainThreadAsleep() {
+    std::string line;
+    do {
+        std::this_thread::yield();
+        std::getline(std::ifstream("/proc/self/stat"), line);
+    } while (line.find(") S ") == line.npos);
+}
+
 [[noreturn]] void EndWhileHandlerRuns(bool handlerHangs) {
-    static std::atomic<bool> ended{false};
+    static std::atomic<bool> ended{false}, isClosing{false};
     static std::binary_semaphore running{0};
     std::atexit([] { _exit(ended ? 7 : 9); });
     dispatch_async(dispatch_get_global_queue(0, 0), [handlerHangs] {
         running.release();
         if (handlerHangs) pause();
-        usleep(100'000);  // the work that the gate must wait for
+        isClosing.wait(false);
+        AwaitMainThreadAsleep();
         ended = true;
     });
     running.acquire();
+    isClosing = true;
+    isClosing.notify_one();
     dispatch_gate_close(5);
     exit(3);
 }
