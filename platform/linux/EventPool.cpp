@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <malloc.h>
 #include <memory>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -52,15 +53,22 @@ bool EventPool::StartThread() {
     return error == 0;
 }
 
+// A thread waits for good only after an idle second, in which what the work took is given back; those beyond the spare
+// ones end. The kernel wakes who began to wait last: the others are the ones that idle.
 void EventPool::Work() {
     for (;;) {
-        waiting.fetch_add(1);
-        const EventSet::Ready ready = events.Wait(-1);
-        const bool lastWaiter = waiting.fetch_sub(1) == 1;
-        if (!ready) continue;
-        if (lastWaiter) StartThread();
-        ready.Handle();
-        if (waiting.load() >= kSpareThreads) break;
+        const bool isSpare = waiting.fetch_add(1) < kSpareThreads;
+        const EventSet::Ready ready = events.Wait(isSpare && !hasWorked.load() ? -1 : kIdleMs);
+        const int others = waiting.fetch_sub(1) - 1;
+        if (ready) {
+            if (others == 0) StartThread();
+            hasWorked.store(true, std::memory_order_relaxed);
+            ready.Handle();
+        } else if (others >= kSpareThreads) {
+            break;
+        } else if (hasWorked.exchange(false)) {
+            malloc_trim(0);
+        }
     }
     threads.fetch_sub(1);
 }

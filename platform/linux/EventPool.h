@@ -1,7 +1,7 @@
 // EventPool: the threads of the global queue. They wait together on one EventSet; the thread that an event wakes does
 // the work itself. Whenever the last waiting thread takes an event, another thread is started, so that a handler that
-// blocks delays nobody (up to kMaxThreads); threads beyond a few spare ones end when they have nothing to do. No thread
-// exists before the first use. Immortal. All functions from any thread.
+// blocks delays nobody (up to kMaxThreads); after a second without work threads beyond a few spare ones end, and memory
+// is given back. No thread exists before the first use. Immortal. All functions from any thread.
 //
 // Whoever runs handlers that strangers may cause (connections, blocks of the global queue) takes a place first. There
 // are fewer places than threads: however many of those handlers hang, timers and signals find a thread.
@@ -80,6 +80,7 @@ private:
     static constexpr int kMaxThreads = 64;
     static constexpr int kPlaces = 48;
     static constexpr int kSpareThreads = 4;
+    static constexpr int kIdleMs = 1'000;
 
     EventPool();
     void OnReady(uint32_t events) override;  // jobs were submitted
@@ -95,7 +96,8 @@ private:
 
     std::atomic<int> threads{0};
     std::atomic<int> waiting{0};
-    std::atomic<int> places{0};  // taken
+    std::atomic<bool> hasWorked{false};  // since memory was last given back
+    std::atomic<int> places{0};          // taken
     std::atomic<bool> isPostponed{false};
 
     LMutex lock;

@@ -11,7 +11,7 @@ namespace platform {
 
 namespace {
 
-constexpr size_t kRoom = size_t{64} * 1024;
+constexpr size_t kRoom = size_t{16} * 1024;
 constexpr size_t kHeader = sizeof(wire::FrameHeader);
 
 // Room of kRoom bytes that the thread used last. Only what is touched of it becomes resident.
