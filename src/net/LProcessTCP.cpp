@@ -53,8 +53,8 @@ int WaitForConnection(LProcessInterface& process, int socket, unsigned int timeo
     }
 }
 
-int Receive(int socket, void* buffer, unsigned long size, unsigned long& got) {
-    const ssize_t received = ::recv(socket, buffer, size, 0);
+int Receive(int socket, void* buffer, unsigned long size, unsigned long& got, int flags = 0) {
+    const ssize_t received = ::recv(socket, buffer, size, flags);
     got = received > 0 ? static_cast<unsigned long>(received) : 0;
     return got > 0 ? processDone : processFailed;
 }
@@ -129,7 +129,12 @@ int ProcessRecvReady(LProcessInterface& process, LIPSocketTCPRef socket, void* b
                      unsigned long& got, unsigned int timeoutMs) {
     got = 0;
     if (size == 0) return processDone;
-    if (const int result = ProcessWaitForDataOrClose(process, socket, timeoutMs)) return result;
+    if (process.IsToStop()) return processStopped;
+    // What has come already costs no wait.
+    errno = 0;
+    const int result = Receive(socket.descriptor, buffer, size, got, MSG_DONTWAIT);
+    if (result == processDone || (errno != EAGAIN && errno != EINTR)) return result;
+    if (const int waited = ProcessWaitForDataOrClose(process, socket, timeoutMs)) return waited;
     return Receive(socket.descriptor, buffer, size, got);
 }
 

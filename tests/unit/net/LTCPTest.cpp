@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -180,6 +181,46 @@ TEST(LTCPListener, HandsOverOneConnectionAfterTheOther) {
     // A port that is taken: it waits to try again, and stops at once.
     Listener late(port, [](LIPSocketTCP&) {});
     late.Start(0);
+}
+
+namespace {
+
+// Its pauses are as long as the test makes them.
+class PatientListener final : public Listener {
+public:
+    using Listener::Listener;
+    ~PatientListener() override { StopThreadNow(); }
+    bool ProcessWait(unsigned int milliseconds) override {
+        asked = milliseconds;
+        pauses++;
+        pauses.notify_all();
+        over.wait(false);
+        return IsToStop();
+    }
+
+    std::atomic<unsigned int> asked{0};
+    std::atomic<int> pauses{0};
+    std::atomic<bool> over{false};
+};
+
+}  // namespace
+
+TEST(LTCPListener, ABusyPortIsTriedAgainAfterHalfAMinute) {
+    auto holder = std::make_unique<Port>(5);
+    const uint16_t port = holder->Number();
+    std::atomic<int> count{0};
+    PatientListener listener(port, [&](LIPSocketTCP&) { count++; });
+    listener.Start(0);
+    listener.pauses.wait(0);
+    EXPECT_EQ(listener.asked, 30'000u);
+    holder.reset();
+    Stoppable process;
+    LIPSocketTCP socket;
+    EXPECT_EQ(ProcessConnect(process, socket, Loopback(port), kLong), processFailed);  // not before the time
+    listener.over = true;
+    listener.over.notify_all();
+    while (ProcessConnect(process, socket, Loopback(port), kLong) != processDone) std::this_thread::yield();
+    while (count < 1) std::this_thread::yield();
 }
 
 TEST(TCP, DescriptorsAboveASelectSet) {
