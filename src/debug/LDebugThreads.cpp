@@ -4,6 +4,7 @@
 #include "text/LCopyBounded.h"
 #include "text/LPrintf.h"
 #include "threads/LLockObject.h"
+#include "threads/LThreadRunOnMainThread.h"
 
 #include <Carbon/Carbon.h>
 #include <mach/thread_policy.h>
@@ -12,7 +13,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 namespace {
 
@@ -84,10 +84,6 @@ void SetShortName(Entry& entry, const char* name) {
     LAppendBounded(entry.name, digits, kNameSize);
 }
 
-bool IsMainThread() {
-    return ::mach_thread_self() == static_cast<uint32_t>(::getpid());
-}
-
 void CommandText(char (&text)[LTextBufferSize]) {
     static constexpr const char* kPhases[] = {"GloIni1", "GuiIni2", "GuiDes3", "GloDes4"};
     Status& status = TheStatus();
@@ -95,7 +91,7 @@ void CommandText(char (&text)[LTextBufferSize]) {
     const uint32_t command = currentCommand;
     if (status.thread == ::mach_thread_self())
         LCopyBounded(text, status.text, sizeof text);
-    else if (!IsMainThread())
+    else if (!LIsMainThread())
         text[0] = '\0';
     else if (command == 0)
         tplsnprintf(text, sizeof text, "Ukn0(LstCmd%d)", lastCommand.load());

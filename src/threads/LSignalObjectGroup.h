@@ -23,6 +23,12 @@ public:
     int SelectReady(LSignalObjectRef beside, unsigned int timeoutMs);
 
     int Count() const { return count; }
+    // Calls `f` with each member's descriptor, one that was added twice once.
+    template <class F>
+    void ForEachDescriptor(F f) const {
+        for (int descriptor = 0; descriptor <= highest; descriptor++)
+            if (FD_ISSET(descriptor, &descriptors)) f(descriptor);
+    }
 
 private:
     void AddDescriptor(int descriptor);

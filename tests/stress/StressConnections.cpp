@@ -197,8 +197,7 @@ void TryMany(Stress& stress, const Home& home) {
     const bool isGivenBack = Await([&] { return Held(helper->Pid()).anonymousKb <= most; });
     const Held after(helper->Pid());
     stress.Figure(Text("%zu descriptors before, %zu afterwards", before.descriptors, after.descriptors), isClosed);
-    stress.Figure(Text("%ld KB of memory before, %ld afterwards", before.anonymousKb, after.anonymousKb),
-                  isGivenBack);
+    stress.Figure(Text("%ld KB of memory before, %ld afterwards", before.anonymousKb, after.anonymousKb), isGivenBack);
     const size_t added = home.Stored().size(), expected = 1 + kThreads;
     stress.Figure(Text("%zu schedules stored of %zu added", added, expected), added == expected);
     helper->Signal(SIGTERM);
