@@ -1,5 +1,7 @@
 #include "system/LCommandLineProcess.h"
 
+#include "system/LShell.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -30,24 +32,30 @@ std::vector<const char*> EnvironmentWith(const char* const* variables) {
     return result;
 }
 
-int Spawn(const char* command, const char* const* variables, pid_t& pid) {
+}  // namespace
+
+int LSpawnShell(const char* command, const char* const* variables, std::span<const LSpawnedDescriptor> descriptors,
+                pid_t& pid) {
     posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t actions;
     if (const int error = ::posix_spawnattr_init(&attributes)) return error;
+    if (const int error = ::posix_spawn_file_actions_init(&actions)) return error;
     sigset_t none, all;
     ::sigemptyset(&none);
     ::sigfillset(&all);
     ::posix_spawnattr_setsigmask(&attributes, &none);
     ::posix_spawnattr_setsigdefault(&attributes, &all);
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    for (const LSpawnedDescriptor& one : descriptors)
+        ::posix_spawn_file_actions_adddup2(&actions, one.ours, one.theirs);
     const char* const arguments[] = {"sh", "-c", "--", command, nullptr};
     const std::vector<const char*> environment = EnvironmentWith(variables);
-    const int error = ::posix_spawn(&pid, "/bin/sh", nullptr, &attributes, const_cast<char* const*>(arguments),
+    const int error = ::posix_spawn(&pid, "/bin/sh", &actions, &attributes, const_cast<char* const*>(arguments),
                                     const_cast<char* const*>(environment.data()));
+    ::posix_spawn_file_actions_destroy(&actions);
     ::posix_spawnattr_destroy(&attributes);
     return error;
 }
-
-}  // namespace
 
 bool RunCommandLineProcess(const char* command) {
     const char* const none = nullptr;
@@ -56,7 +64,7 @@ bool RunCommandLineProcess(const char* command) {
 
 bool RunCommandLineProcess(const char* command, const char* const* variables) {
     pid_t pid = 0;
-    if (!command || Spawn(command, variables, pid) != 0) return false;
+    if (!command || LSpawnShell(command, variables, {}, pid) != 0) return false;
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0)
         if (errno != EINTR) return false;

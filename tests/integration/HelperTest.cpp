@@ -241,9 +241,14 @@ TEST_F(HelperTest, PeersThatComeAndGoLeaveNothingBehind) {
         const platform::Descriptor half = ConnectPlain(home.ServiceSocket());
         EXPECT_EQ(send(half.Get(), "QSKD\1", 5, MSG_NOSIGNAL), 5);
     }
-    // Peers' ends are handled in any order: several looks until they are through.
-    for (int looks = 0; looks < 1000 && open() > before; looks++) EXPECT_EQ(home.Control({"test"}), 0);
-    EXPECT_LE(open(), before);
+    // Who is answered was let in after all of them; their ends are handled in any order: several looks until they are
+    // through.
+    bool isThrough = false;
+    for (int looks = 0; looks < 1000 && !isThrough; looks++) {
+        EXPECT_EQ(home.Control({"test"}), 0);
+        isThrough = open() <= before;
+    }
+    EXPECT_TRUE(isThrough) << open() << " descriptors, " << before << " before";
 }
 
 TEST_F(HelperTest, EndsWellOnSigtermWhileItServesAndComesBackWithItsSchedules) {
