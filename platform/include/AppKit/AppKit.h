@@ -65,4 +65,7 @@ public:
     // matter: it is reaped when it ends. Launches of one bundle are serialised: a call that finds one on its way shares
     // its outcome, one that finds an earlier one's process running starts none.
     bool launchApplication(const NSString& path);
+
+    // Shows the file, selected, in the desktop's viewer; false where there is none, as here.
+    bool selectFile(const NSString& path);
 };
