@@ -57,6 +57,15 @@ int LSpawnShell(const char* command, const char* const* variables, std::span<con
     return error;
 }
 
+std::string LQuotedForShell(std::string_view text) {
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c && std::strchr("\\\"$`", c)) quoted += '\\';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
 bool RunCommandLineProcess(const char* command) {
     const char* const none = nullptr;
     return RunCommandLineProcess(command, &none);

@@ -4,6 +4,7 @@
 #include "files/LFilePath.h"
 #include "files/LWriteFileRef.h"
 #include "system/LCommandLineProcess.h"
+#include "system/LShell.h"
 
 #include <bsd/LDescriptor.h>
 #include <bsd/LMutex.h>
@@ -37,14 +38,8 @@ bool Fits(const char* text) {
     return text && std::strlen(text) < LTextBufferSize;
 }
 
-// Between double quotes, in front of which a blank; what the shell knows there is escaped.
 std::string Quoted(std::string_view text) {
-    std::string quoted = " \"";
-    for (const char c : text) {
-        if (std::strchr("\\\"$`", c) && c) quoted += '\\';
-        quoted += c;
-    }
-    return quoted + "\"";
+    return " " + LQuotedForShell(text);
 }
 
 // A name that isn't taken for an option.
@@ -99,7 +94,7 @@ std::string Exclusions() {
     for (const char* pattern : {"*.DS_Store*", "*.svn*", "*.git*"}) file.WriteLineLF(pattern);
     constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/-";
     const bool isPlain = path.find_first_not_of(kPlain) == path.npos;
-    return " -x@" + (isPlain ? path : Quoted(path).substr(1));
+    return " -x@" + (isPlain ? path : LQuotedForShell(path));
 }
 
 // The working folder of the process, changed and changed back, also when its path is too long to be told.
