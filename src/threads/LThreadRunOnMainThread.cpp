@@ -22,14 +22,13 @@ EventHandlerRef installed = nullptr;  // the main thread's
 
 template <class T>
 T* Pointer(EventRef event, EventParamName name) {
-    T* pointer = nullptr;
-    GetEventParameter(event, name, typeVoidPtr, nullptr, sizeof pointer, nullptr, &pointer);
-    return pointer;
+    void* pointer = nullptr;
+    GetEventParameter(event, name, typeVoidPtr, nullptr, sizeof(void*), nullptr, &pointer);
+    return static_cast<T*>(pointer);
 }
 
-template <class T>
-void SetPointer(EventRef event, EventParamName name, T* pointer) {
-    SetEventParameter(event, name, typeVoidPtr, sizeof pointer, &pointer);
+void SetPointer(EventRef event, EventParamName name, const void* pointer) {
+    SetEventParameter(event, name, typeVoidPtr, sizeof(void*), &pointer);
 }
 
 }  // namespace
@@ -110,7 +109,7 @@ struct LThreadRunOnMainThread::Posted {
         auto* flush = static_cast<Flush*>(data);
         if (Pointer<const Account>(event, kThread) != flush->account) return false;
         flush->found.emplace_back(Pointer<Posted>(event, kData));
-        SetPointer<Posted>(event, kData, nullptr);
+        SetPointer(event, kData, nullptr);
         return true;
     }
 };
