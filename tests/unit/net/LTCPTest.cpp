@@ -56,6 +56,9 @@ struct Pair {
         const Port port(5);
         EXPECT_EQ(ProcessConnect(process, mine, Loopback(port.Number()), kLong), processDone);
         other.Reset(::accept4(port.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        // By itself it grows with what is read, in the end to more than any test sends.
+        const int room = 1'000'000;
+        EXPECT_EQ(::setsockopt(other.Get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room), 0);
     }
     void Come(const std::string& bytes) {
         EXPECT_EQ(::send(other.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
