@@ -31,17 +31,17 @@ void FaultInMalloc() {
     std::free(behind);
 }
 
-volatile char* volatile where = nullptr;
-
 size_t FillStack(size_t depth) {
     volatile char block[4'096];
     block[depth % sizeof block] = 1;
-    where = block;
     return depth == SIZE_MAX ? 0 : FillStack(depth + 1) + static_cast<size_t>(block[0]);
 }
 
 void FaultInTwoThreads() {
-    const auto faultAt = [](uintptr_t address) { *reinterpret_cast<volatile char*>(address) = 1; };
+    const auto faultAt = [](uintptr_t number) {
+        volatile uintptr_t address = number;
+        *reinterpret_cast<volatile char*>(address) = 1;
+    };
     std::thread other(faultAt, 64);
     faultAt(128);
     other.join();
