@@ -22,9 +22,9 @@ void FaultInMalloc() {
         std::free(more);
     });
     std::thread([] {}).join();  // malloc takes no lock before the first thread
-    void** volatile kept = static_cast<void**>(std::malloc(4'000));
+    void* volatile kept = std::malloc(4'000);
     void* volatile behind = std::malloc(4'000);  // a freed neighbour of the rest would join it
-    void** const freed = kept;
+    void* volatile* const freed = static_cast<void* volatile*>(kept);
     std::free(kept);
     freed[1] = reinterpret_cast<void*>(64);
     behind = std::malloc(5'000);
