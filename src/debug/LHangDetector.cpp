@@ -79,6 +79,7 @@ void LHangDetector::InitAndTest() {
     Write(file.Get(), start);
     owner = ::getpid();
     descriptor = file.Release();
+    isMarked = true;
 }
 
 void LHangDetector::Destroy() {
@@ -86,8 +87,8 @@ void LHangDetector::Destroy() {
     const LDescriptor file(descriptor.exchange(-1));
 }
 
-void LHangDetector::DeleteMarker() const {
-    if (IsMarked() && owner == ::getpid()) ::unlink(path);
+void LHangDetector::DeleteMarker() {
+    if (isMarked.exchange(false) && owner == ::getpid()) ::unlink(path);
 }
 
 void LDebugHangDetectorInit() {

@@ -23,15 +23,15 @@ public:
     // Deletes the marker, if this instance holds one, and unlocks it.
     void Destroy();
 
-    bool IsMarked() const { return descriptor >= 0; }
-    // Deletes the marker, if there is one, for a process that is about to end: the lock goes with it. Any thread, also
-    // in a signal handler.
-    void DeleteMarker() const;
+    // Deletes the marker, if there is one, for a process that is about to end: the lock goes with it. Only once: from
+    // then on the path is the next instance's, whose marker would go. Any thread, also in a signal handler.
+    void DeleteMarker();
 
 private:
     char path[LTextBufferSize] = {};
-    std::atomic<int> descriptor{-1};  // set after the path
-    pid_t owner = 0;                  // a forked child has the descriptor, too, but not the marker
+    std::atomic<int> descriptor{-1};
+    std::atomic<bool> isMarked{false};  // set after the path and the owner
+    pid_t owner = 0;                    // a forked child has the descriptor, too, but not the marker
 };
 
 // Deleted at the end of the process.

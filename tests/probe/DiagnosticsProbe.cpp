@@ -5,6 +5,7 @@
 
 #include <dispatch/dispatch.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -66,6 +67,10 @@ void Work() {
     WaitForEver();
 }
 
+struct Stops {
+    ~Stops() { ::raise(SIGSTOP); }
+};
+
 struct Hangs {
     ~Hangs() { WaitForEver(); }
 };
@@ -82,6 +87,7 @@ constexpr struct {
     {"work", Work},
     {"wait", WaitForEver},
     {"hang", WaitForEver},
+    {"stop", WaitForEver},
     {"return", [] {}},
 };
 
@@ -93,6 +99,7 @@ int main(int argc, char** argv) {
     if (!LDebugCatchEndSignals()) return 2;
     LDebugHangDetectorInit();
     if (end == "hang") static const Hangs hangs;
+    if (end == "stop") static const Stops stops;
     std::puts("ready");
     std::fflush(stdout);
     for (const auto& one : kEnds)
