@@ -13,13 +13,13 @@ using namespace platform;
 
 namespace {
 
-// Of the two that a program takes for connections, only listeners aren't registered.
+// Of the two that a program takes for connections, only listeners aren't known by their address.
 XPCConnection* AsConnection(xpc_connection_t object) {
-    const bool isOne = object && object->type == XPC_TYPE_CONNECTION && object->registered;
+    const bool isOne = object && object->type == XPC_TYPE_CONNECTION && object->isKnown;
     return isOne ? static_cast<XPCConnection*>(object) : nullptr;
 }
 XPCListener* AsListener(xpc_connection_t object) {
-    const bool isOne = object && object->type == XPC_TYPE_CONNECTION && !object->registered;
+    const bool isOne = object && object->type == XPC_TYPE_CONNECTION && !object->isKnown;
     return isOne ? static_cast<XPCListener*>(object) : nullptr;
 }
 

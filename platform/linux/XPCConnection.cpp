@@ -110,9 +110,10 @@ private:
 // --- life ------------------------------------------------------------------------------------------------------------
 
 XPCConnection::XPCConnection(bool client, std::string serviceName, Descriptor connected, pid_t peerPid)
-    : xpc_object_s(XPC_TYPE_CONNECTION, true), isClient(client), service(std::move(serviceName)), pid(peerPid),
+    : xpc_object_s(XPC_TYPE_CONNECTION), isClient(client), service(std::move(serviceName)), pid(peerPid),
       socket(std::move(connected)) {
     Hints::Install();
+    BecomeKnown();
     if (isClient) Clients::Shared().Add(*this);
 }
 

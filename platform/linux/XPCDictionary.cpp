@@ -7,16 +7,18 @@
 
 namespace platform {
 
-XPCDictionary::XPCDictionary() : xpc_object_s(XPC_TYPE_DICTIONARY, false) {
+XPCDictionary::XPCDictionary() : xpc_object_s(XPC_TYPE_DICTIONARY) {
     items.reserve(kUsualItems);
     payload.reserve(kUsualBytes);
 }
 
 XPCDictionary::XPCDictionary(const wire::FrameHeader& header, std::string_view bytes, std::vector<Descriptor> received,
                              XPCRef<XPCConnection> over)
-    : xpc_object_s(XPC_TYPE_DICTIONARY, !(header.flags & wire::kFlagReply)), items(header.items, &arena),
-      payload(bytes, &arena), descriptors(std::move(received)), connection(std::move(over)),
-      expectsReply(header.flags & wire::kFlagReply ? 0 : header.number) {}
+    : xpc_object_s(XPC_TYPE_DICTIONARY), items(header.items, &arena), payload(bytes, &arena),
+      descriptors(std::move(received)), connection(std::move(over)),
+      expectsReply(header.flags & wire::kFlagReply ? 0 : header.number) {
+    if (!(header.flags & wire::kFlagReply)) BecomeKnown();
+}
 
 XPCDictionary::~XPCDictionary() = default;
 

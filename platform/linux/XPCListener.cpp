@@ -9,7 +9,7 @@
 
 namespace platform {
 
-XPCListener::XPCListener(ServiceSocket bound) : xpc_object_s(XPC_TYPE_CONNECTION, false), service(std::move(bound)) {}
+XPCListener::XPCListener(ServiceSocket bound) : xpc_object_s(XPC_TYPE_CONNECTION), service(std::move(bound)) {}
 
 XPCRef<XPCListener> XPCListener::Create(const std::string& serviceName) {
     ServiceSocket bound = BindService(serviceName);

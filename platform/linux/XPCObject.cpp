@@ -31,7 +31,7 @@ const xpc_type_s types[3];
 
 class ErrorObject final : public xpc_object_s {
 public:
-    ErrorObject() : xpc_object_s(&types[2], false) {}
+    ErrorObject() : xpc_object_s(&types[2]) {}
 };
 
 }  // namespace
@@ -47,8 +47,8 @@ const xpc_object_t XPC_ERROR_CONNECTION_INVALID = new platform::ErrorObject;
 const xpc_object_t XPC_ERROR_CONNECTION_INTERRUPTED = new platform::ErrorObject;
 const xpc_object_t XPC_ERROR_TERMINATION_IMMINENT = new platform::ErrorObject;
 
-xpc_object_s::xpc_object_s(xpc_type_t objectType, bool isRegistered) : type(objectType), registered(isRegistered) {
-    if (!registered) return;
+void xpc_object_s::BecomeKnown() {
+    isKnown = true;
     platform::Shard& shard = ShardOf(this);
     LMutexLock guard(shard.lock);
     nextRegistered = shard.first;
@@ -67,7 +67,7 @@ xpc_object_t xpc_retain(xpc_object_t object) {
 void xpc_release(xpc_object_t object) {
     if (!object || object->type == XPC_TYPE_ERROR) return;
     if (object->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    if (object->registered) {
+    if (object->isKnown) {
         platform::Shard& shard = ShardOf(object);
         LMutexLock guard(shard.lock);
         *shard.LinkTo(object) = object->nextRegistered;
@@ -75,7 +75,7 @@ void xpc_release(xpc_object_t object) {
     delete object;
 }
 
-// An object whose last reference is being given back is still registered for a moment: its count is 0 then and stays 0.
+// An object whose last reference is being given back is still known for a moment: its count is 0 then and stays 0.
 xpc_object_t xpc_handle_retain(long handle, xpc_type_t type) {
     auto* object = reinterpret_cast<xpc_object_s*>(handle);
     platform::Shard& shard = ShardOf(object);

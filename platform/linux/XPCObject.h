@@ -9,13 +9,17 @@
 struct xpc_type_s {};
 
 struct xpc_object_s {
-    explicit xpc_object_s(xpc_type_t objectType, bool isRegistered);
+    explicit xpc_object_s(xpc_type_t objectType) : type(objectType) {}
     virtual ~xpc_object_s() = default;
     xpc_object_s(const xpc_object_s&) = delete;
     xpc_object_s& operator=(const xpc_object_s&) = delete;
 
+    // Makes the object known by its address; once, by a whole object: a late hint about another one that lay at the
+    // same address may find it from then on.
+    void BecomeKnown();
+
     const xpc_type_t type;
-    const bool registered;
+    bool isKnown = false;
     std::atomic<uint32_t> references{1};
     xpc_object_s* nextRegistered = nullptr;  // the registry's
 };
