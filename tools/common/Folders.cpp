@@ -50,8 +50,10 @@ std::string AbsolutePath(const std::string& path) {
 }
 
 std::optional<std::string> FindBundle(const std::string& fileName, const std::string& firstFolder) {
+    const std::string installed = "/lib/schedulehelper";  // below the prefix that this program's bin folder lies in
     for (const std::string& folder :
-         {firstFolder, std::string("/opt"), std::string("/usr/local/lib"), std::string("/usr/lib")}) {
+         {firstFolder, FolderOf(firstFolder) + installed, std::string("/opt"), "/usr/local" + installed,
+          std::string("/usr/local/lib"), "/usr" + installed, std::string("/usr/lib")}) {
         std::error_code ignored;
         const fs::path path = fs::path(folder) / fileName;
         if (fs::is_directory(path, ignored)) return path.string();

@@ -19,7 +19,8 @@ std::string FolderOf(const std::string& path);
 // `path` from the root on, without "." and ".." and without a slash at its end: the form in which the helper keeps it.
 std::string AbsolutePath(const std::string& path);
 
-// The bundle of that file name: in the folder given, else where applications are installed. Nothing when there is none.
+// The bundle of that file name: in the folder given, else beside the programs of the same installation, else where
+// applications are installed. Nothing when there is none.
 std::optional<std::string> FindBundle(const std::string& fileName, const std::string& firstFolder);
 
 }  // namespace tools
