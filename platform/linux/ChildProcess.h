@@ -18,6 +18,7 @@ public:
     // left for it, the child is reaped by IsRunning.
     static std::shared_ptr<ChildProcess> Watch(pid_t pid);
 
+    pid_t Pid() const { return pid; }
     // Whether it has not ended yet, by the kernel's word.
     bool IsRunning() L_EXCLUDES(mutex);
 

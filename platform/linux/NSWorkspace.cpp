@@ -1,6 +1,7 @@
 #include "ChildProcess.h"
 #include "InfoPlist.h"
 #include "Passing.h"
+#include "UserManager.h"
 
 #include <AppKit/AppKit.h>
 #include <bsd/LMutex.h>
@@ -115,9 +116,13 @@ std::shared_ptr<ChildProcess> Start(const std::string& bundle) {
         errno = error;
         return error == 0;
     });
-    if (isStarted) return ChildProcess::Watch(pid);
-    report("", errno);
-    return nullptr;
+    if (!isStarted) {
+        report("", errno);
+        return nullptr;
+    }
+    auto child = ChildProcess::Watch(pid);
+    AskForScope(child, bundle);
+    return child;
 }
 
 }  // namespace
