@@ -18,9 +18,9 @@ struct Target {
 };
 
 constexpr Target kTargets[] = {
-    {"wire", 272, 2048},   {"times", 150, 64},    {"printf", 120, 512}, {"infoplist", 70, 3000}, {"paths", 90, 1200},
-    {"charsets", 40, 256}, {"session", 60, 1500}, {"store", 10, 3000},  {"client", 8, 400},      {"texts", 100, 300},
-    {"lines", 50, 2000},   {"kernel", 20, 400},   {"names", 10, 300},
+    {"wire", 272, 2048},   {"times", 150, 64},    {"printf", 130, 512}, {"infoplist", 73, 3000}, {"paths", 60, 1200},
+    {"charsets", 30, 256}, {"session", 60, 1500}, {"store", 8, 3000},   {"client", 4, 400},      {"texts", 80, 300},
+    {"lines", 23, 2000},   {"kernel", 60, 400},   {"names", 50, 300},
 };
 
 struct Result {
