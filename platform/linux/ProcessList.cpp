@@ -12,28 +12,43 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace platform {
 
+namespace {
+
+// Moves `rest`, which begins with the blank before a field, on by `fields`, and reads the number there.
+template <class Number>
+bool TakeField(std::string_view& rest, int fields, Number& number) {
+    for (int i = 0; i < fields; i++) {
+        const size_t space = rest.find(' ', 1);
+        if (space == std::string_view::npos) return false;
+        rest.remove_prefix(space);
+    }
+    return std::from_chars(rest.data() + 1, rest.data() + rest.size(), number).ec == std::errc();
+}
+
+}  // namespace
+
 std::optional<ProcessStat> ParseProcessStat(std::string_view line) {
     constexpr uint32_t kKernelThread = 0x00200000;
-    constexpr int kFieldsBeforeFlags = 6;
+    constexpr int kFieldsToFlags = 6, kFieldsFromFlagsToStart = 13;
     const size_t open = line.find('('), close = line.rfind(')');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open) return std::nullopt;
     std::string_view rest = line.substr(close + 1);
     if (rest.size() < 2 || rest[0] != ' ') return std::nullopt;
     const char state = rest[1];
-    for (int i = 0; i < kFieldsBeforeFlags; i++) {
-        const size_t space = rest.find(' ', 1);
-        if (space == std::string_view::npos) return std::nullopt;
-        rest.remove_prefix(space);
-    }
     uint32_t flags = 0;
-    rest.remove_prefix(1);
-    if (std::from_chars(rest.data(), rest.data() + rest.size(), flags).ec != std::errc()) return std::nullopt;
+    uint64_t startTicks = 0;
+    if (!TakeField(rest, kFieldsToFlags, flags) || !TakeField(rest, kFieldsFromFlagsToStart, startTicks))
+        return std::nullopt;
     const bool hasEnded = state == 'Z' || state == 'X';
-    return ProcessStat{line.substr(open + 1, close - open - 1), !hasEnded && !(flags & kKernelThread)};
+    return ProcessStat{line.substr(open + 1, close - open - 1), !hasEnded && !(flags & kKernelThread), startTicks};
 }
 
 namespace {
@@ -78,8 +93,44 @@ bool Look(const char* number, kinfo_proc& process) {
     return true;
 }
 
+// A line of /proc/locks: "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF". The holder, if it is a lock of this file.
+// The device's numbers are left out: some file systems give another one here than stat does.
+pid_t HolderOf(const std::string& line, ino_t file) {
+    std::istringstream words(line);
+    std::string number, kind, sort, access, place;
+    pid_t pid = 0;
+    words >> number >> kind >> sort >> access >> pid >> place;
+    const std::string inode = place.substr(place.rfind(':') + 1);
+    return words && kind == "FLOCK" && inode == std::to_string(file) ? pid : 0;
+}
+
 }  // namespace
 }  // namespace platform
+
+pid_t flock_holder(const char* path) {
+    struct stat info {};
+    if (::stat(path, &info) != 0) return 0;
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);)
+        if (const pid_t pid = platform::HolderOf(line, info.st_ino); pid > 0) return pid;
+    return 0;
+}
+
+time_t process_start_time(pid_t pid) {
+    const std::string line = platform::FirstOf("/proc/" + std::to_string(pid) + "/stat", 1'024);
+    const auto stat = platform::ParseProcessStat(line);
+    timespec sinceBoot{};
+    if (!stat || ::clock_gettime(CLOCK_BOOTTIME, &sinceBoot) != 0) return 0;
+    const auto age = sinceBoot.tv_sec - static_cast<time_t>(stat->startTicks) / ::sysconf(_SC_CLK_TCK);
+    return ::time(nullptr) - age;
+}
+
+std::vector<std::string> process_environment(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/environ", std::ios::binary);
+    std::vector<std::string> variables;
+    for (std::string one; std::getline(file, one, '\0');) variables.push_back(one);
+    return variables;
+}
 
 size_t copy_process_list(kinfo_proc** list) {
     *list = nullptr;

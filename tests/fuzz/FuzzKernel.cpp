@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     platform::FindMountInTable(input, "/home/ann", makedev(8, 1));
 
     std::string name(input.substr(0, input.find('\0')));
-    const std::string line = "12 (" + name + ") S 1 1 1 0 -1 4194560 0 0";
+    const std::string line = "12 (" + name + ") S 1 1 1 0 -1 4194560 1 2 3 4 5 6 7 8 20 0 1 0 4711 9";
     const auto stat = platform::ParseProcessStat(line);
     Require(stat && stat->isProgram && stat->name == name, "a process has its name");
 

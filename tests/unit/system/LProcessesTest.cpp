@@ -5,6 +5,8 @@
 #include "system/LProcessList.h"
 #include "system/LUnixApp.h"
 
+#include <bsd/LDescriptor.h>
+#include <bsd/processes.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +20,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -163,18 +166,34 @@ TEST(LProcessList, FindsByNameWhileProcessesComeAndGo) {
 }
 
 TEST(ProcessStat, NamesMayHoldAnything) {
-    const std::string rest = " S 1 1 1 0 -1 4194560 0 0", kernels = " S 0 0 0 0 -1 2129984 0",
-                      ended = " Z 1 1 1 0 -1 0 0";
+    const std::string counts = " 1 2 3 4 5 6 7 8 20 0 1 0 4711 9", rest = " S 1 1 1 0 -1 4194560" + counts,
+                      kernels = " S 0 0 0 0 -1 2129984" + counts, ended = " Z 1 1 1 0 -1 0" + counts;
     const auto name = [](const std::string& line) {
         const auto stat = platform::ParseProcessStat(line);
         return !stat ? "none" : !stat->isProgram ? "no program" : std::string(stat->name);
     };
     EXPECT_EQ(name("12 (a) S 1 (b))" + rest), "a) S 1 (b)");
     EXPECT_EQ(name("12 ()" + rest), "");
+    EXPECT_EQ(platform::ParseProcessStat("12 (a)" + rest)->startTicks, 4711u);
     EXPECT_EQ(name("2 (kthreadd)" + kernels), "no program");
     EXPECT_EQ(name("12 (gone)" + ended), "no program");
     for (const char* line : {"", "12 a b", ")(", "12 (a)", "12 (a) ", "12 (a) S 1 1 1 0 -1", "12 (a) S 1 1 1 0 -1 x"})
         EXPECT_EQ(name(line), "none") << line;
+}
+
+TEST(Processes, AreToldByTheirLockAndTheirStart) {
+    const TempFolder folder;
+    const std::string path = folder.Write("lock", "");
+    EXPECT_EQ(flock_holder(path.c_str()), 0);
+    EXPECT_EQ(flock_holder(folder.Join("absent").c_str()), 0);
+    const LDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(file.Get(), LOCK_EX), 0);
+    EXPECT_EQ(flock_holder(path.c_str()), ::getpid());
+    EXPECT_LE(process_start_time(::getpid()), ::time(nullptr));
+    EXPECT_GT(process_start_time(::getpid()), ::time(nullptr) - 600) << "this test was started just now";
+    EXPECT_EQ(process_start_time(-1), 0);
+    const auto variables = process_environment(::getpid());
+    EXPECT_NE(std::find(variables.begin(), variables.end(), "PATH=" + std::string(::getenv("PATH"))), variables.end());
 }
 
 TEST(LPipe, BothDirections) {
