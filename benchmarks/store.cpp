@@ -136,6 +136,27 @@ void Reload(const Folder& folder, int stored, int times) {
     reload.Print(name, "us", name + ".libplist_parse");
 }
 
+// `schedulectl list` as a whole process, its output into the null device.
+void List(const Folder& folder, int stored, int times) {
+    Fill(folder.path + "/com.tarnwick.schedulehelper.plist", folder.path, stored);
+    const std::string bytes = BytesOf(folder.path + "/com.tarnwick.schedulehelper.plist");
+    setenv("XDG_CONFIG_HOME", folder.path.c_str(), 1);
+    bench::Samples list, parse;
+    for (int i = 0; i < times; i++) {
+        uint64_t start = bench::NowNs();
+        plist_t parsed = nullptr;
+        plist_from_xml(bytes.data(), static_cast<uint32_t>(bytes.size()), &parsed);
+        plist_free(parsed);
+        parse.Add(Microseconds(start));
+        start = bench::NowNs();
+        if (system("'" CONTROL_PROGRAM "' list --quiet >/dev/null") != 0) Die("list");
+        list.Add(Microseconds(start));
+    }
+    const std::string name = "store.list." + std::to_string(stored);
+    parse.Print(name + ".libplist_parse", "us");
+    list.Print(name, "us", name + ".libplist_parse");
+}
+
 // Each case in a process of its own: the heap that one leaves behind is not the next one's.
 template <class Case>
 void Apart(Case measure) {
@@ -160,4 +181,5 @@ int main() {
         Apart([&](const Folder& folder) { DurableAdd(folder, stored, stored == 10000 ? 40 : 150); });
     for (const int stored : {1000, 10000})
         Apart([&](const Folder& folder) { Reload(folder, stored, stored == 10000 ? 15 : 60); });
+    Apart([](const Folder& folder) { List(folder, 10000, 15); });
 }

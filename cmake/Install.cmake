@@ -38,17 +38,17 @@ foreach(section 1 5 8)
   endif()
 endforeach()
 
-install(FILES docs/timing.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES docs/timing.md docs/troubleshooting.md docs/store.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(FILES docs/library.md docs/protocol.md DESTINATION ${CMAKE_INSTALL_DOCDIR}-dev COMPONENT development)
 
-# Shell completions, where the build has written them.
+# Shell completions, which the build has schedulectl write.
 set(completions ${CMAKE_BINARY_DIR}/completions)
 install(FILES ${completions}/schedulectl DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-  COMPONENT runtime OPTIONAL)
+  COMPONENT runtime)
 install(FILES ${completions}/_schedulectl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
-  COMPONENT runtime OPTIONAL)
+  COMPONENT runtime)
 install(FILES ${completions}/schedulectl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
-  COMPONENT runtime OPTIONAL)
+  COMPONENT runtime)
 
 # Units and desktop entries name programs by their paths, so they are written when they are installed.
 file(GLOB units CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/packaging/systemd/*.in)

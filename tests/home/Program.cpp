@@ -91,7 +91,7 @@ int Program::AwaitEnd() {
     int status = 0;
     while (waitpid(pid, &status, WNOHANG) == 0) {
         if (NowMs() > deadline) return -1;
-        poll(nullptr, 0, 2);
+        if (!ReadMore(1)) poll(nullptr, 0, 1);  // one that nobody reads may never end
     }
     pid = -1;
     while (ReadMore(0)) {

@@ -143,11 +143,11 @@ TEST_F(HelperTest, WithQuilloItServesEveryRequest) {
 
     std::string list;
     EXPECT_EQ(home.Control({"list"}, &list), 0);
-    for (const char* part : {"2030-01-05 20:15:30", "2030-01-05 20:15:20", "sat,sun", "daily"})
+    for (const char* part : {"2030-01-05 20:15:30", "20:15:20", "sat,sun", "daily"})
         EXPECT_NE(list.find(part), std::string::npos) << part << " in\n" << list;
 
     EXPECT_EQ(home.Control({"may-quit"}), 5);
-    EXPECT_EQ(home.Control({"delete-all"}), 0);
+    EXPECT_EQ(home.Control({"delete", "--all"}), 0);
     EXPECT_TRUE(home.Stored().empty());
     EXPECT_EQ(home.Control({"may-quit"}), 0);
     EXPECT_EQ(home.Control({"quit"}), 0);

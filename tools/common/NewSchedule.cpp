@@ -7,31 +7,53 @@
 
 namespace tools {
 
-std::optional<NewSchedule> ParseSchedule(const ScheduleWords& words, time_t now, std::string& fault) {
-    fault = NameFault(words.name);
-    if (!fault.empty()) return {};
+namespace {
+
+// Where the words are a date or a time of day that can't be: the nearest that can, as the end of a sentence.
+std::string Instead(const std::string& at, time_t now) {
+    const std::string next = NearestPossible(at, now);
+    return next.empty() ? "" : "; the next possible is " + next;
+}
+
+std::string NoTimeFault(const std::string& at, time_t now) {
+    const std::string instead = Instead(at, now);
+    return "no such time: " + at + (instead.empty() ? " (2026-11-30T21:05, 21:05, +90s, +15min, +2h)" : instead);
+}
+
+std::string TooLateFault(time_t start, time_t now) {
+    const bool isOver = start <= now;
+    // The same time of day, on the next day that has it more than the lead ahead; near ones as soon as can be.
+    const std::string soonest = LocalTimeText(now + kLaunchLeadSeconds + 1);
+    const auto again = ParseStartTime(LocalTimeText(start).substr(11), now + kLaunchLeadSeconds);
+    return LocalTimeText(start) +
+           (isOver ? " is over"
+                   : " is too near: the application is started ten seconds earlier, so it would never be") +
+           "; the next possible is " + (isOver && again ? LocalTimeText(*again) : soonest);
+}
+
+}  // namespace
+
+std::string ScheduleFault(const NewSchedule& schedule, time_t now) {
+    if (std::string fault = NameFault(schedule.name); !fault.empty()) return fault;
     // XML has no place for them: other readers of the store would take the whole file for damaged.
-    if (std::any_of(words.name.begin(), words.name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; })) {
-        fault = "the name has control characters";
-        return {};
-    }
+    if (std::any_of(schedule.name.begin(), schedule.name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }))
+        return "the name has control characters";
+    if (schedule.weekly && !schedule.daily && schedule.weekdays == 0) return "it is weekly, but on no day";
+    if (!schedule.daily && !schedule.weekly && schedule.start <= now + kLaunchLeadSeconds)
+        return TooLateFault(schedule.start, now);
+    return "";
+}
+
+std::optional<NewSchedule> ParseSchedule(const ScheduleWords& words, time_t now, std::string& fault) {
     const std::optional<time_t> start = ParseStartTime(words.at, now);
-    if (!start) {
-        fault = "no such time: " + words.at + " (2026-11-30T21:05, 21:05, +90s, +15min, +2h)";
-        return {};
-    }
     const std::optional<uint8_t> weekdays = words.weekly ? ParseWeekdays(*words.weekly) : uint8_t{0};
-    if (!weekdays) {
-        fault = "no such weekdays: \"" + *words.weekly + "\" (mon,tue,wed,thu,fri,sat,sun)";
-        return {};
-    }
+    fault = NameFault(words.name);
+    if (fault.empty() && !start) fault = NoTimeFault(words.at, now);
+    if (fault.empty() && !weekdays) fault = "no such weekdays: \"" + *words.weekly + "\" (mon,tue,wed,thu,fri,sat,sun)";
+    if (!fault.empty()) return {};
     const NewSchedule schedule{words.name, *start, words.daily, *weekdays != 0, *weekdays};
-    if (!schedule.daily && !schedule.weekly && *start <= now + kLaunchLeadSeconds) {
-        fault = LocalTimeText(*start) +
-                " is too near: the application is started ten seconds earlier, so it would never be";
-        return {};
-    }
-    return schedule;
+    fault = ScheduleFault(schedule, now);
+    return fault.empty() ? std::optional(schedule) : std::nullopt;
 }
 
 }  // namespace tools

@@ -24,8 +24,12 @@ struct ScheduleWords {
     std::optional<std::string> weekly;  // the days; nothing: not weekly
 };
 
+// Why the helper can't keep the schedule or would never start it, as a sentence for people with the next moment that is
+// possible; "" when it can: a name, a one-time start more than ten seconds ahead, a weekly one with a day.
+std::string ScheduleFault(const NewSchedule& schedule, time_t now);
+
 // What the words say. Nothing, with `fault` as a sentence for people, when they name no schedule, or one that would
-// never start: a one-time start within the next ten seconds.
+// never start.
 std::optional<NewSchedule> ParseSchedule(const ScheduleWords& words, time_t now, std::string& fault);
 
 }  // namespace tools

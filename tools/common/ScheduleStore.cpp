@@ -65,7 +65,8 @@ std::vector<StoredSchedule> SchedulesNamed(const std::vector<StoredSchedule>& sc
                                            std::string_view bundleId, std::string_view appPath) {
     std::vector<StoredSchedule> found;
     for (const StoredSchedule& schedule : schedules)
-        if (schedule.name == name && schedule.bundleId == bundleId && (appPath.empty() || schedule.appPath == appPath))
+        if (schedule.name == name && (bundleId.empty() || schedule.bundleId == bundleId) &&
+            (appPath.empty() || schedule.appPath == appPath))
             found.push_back(schedule);
     return found;
 }

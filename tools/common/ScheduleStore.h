@@ -31,7 +31,7 @@ std::string StorePath();
 // there is a file that can't be read as a store. Entries that the helper would skip at its start are skipped.
 std::optional<std::vector<StoredSchedule>> ReadStore(const std::string& path);
 
-// The schedules of that name, of one application or (where `appPath` is empty) of any.
+// The schedules of that name. An empty identifier or path stands for any.
 std::vector<StoredSchedule> SchedulesNamed(const std::vector<StoredSchedule>& schedules, std::string_view name,
                                            std::string_view bundleId, std::string_view appPath);
 

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
+#include <limits>
+#include <utility>
 #include <vector>
 
 namespace tools {
@@ -13,6 +16,8 @@ namespace {
 
 constexpr int secondsPerMinute = 60;
 constexpr int secondsPerHour = 3600;
+constexpr time_t twoHours = time_t{2} * secondsPerHour;
+constexpr time_t secondsPerDay = 86'400;
 constexpr size_t maxNameBytes = 259;
 constexpr std::array<std::string_view, 7> dayNames = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
 
@@ -63,6 +68,18 @@ bool ScanTimeOfDay(Scanner& scanner, tm& fields) {
     return !scanner.Take(':') || scanner.Number(2, 0, 59, fields.tm_sec);
 }
 
+// yyyy-mm-ddT, with a blank for the T, too
+bool ScanDate(Scanner& scanner, tm& fields) {
+    int year = 0;
+    int month = 0;
+    if (!scanner.Number(4, 1970, 9999, year) || !scanner.Take('-') || !scanner.Number(2, 1, 12, month) ||
+        !scanner.Take('-') || !scanner.Number(2, 1, 31, fields.tm_mday))
+        return false;
+    fields.tm_year = year - 1900;
+    fields.tm_mon = month - 1;
+    return scanner.Take('T') || scanner.Take(' ');
+}
+
 bool SameFields(const tm& a, const tm& b) {
     return a.tm_year == b.tm_year && a.tm_mon == b.tm_mon && a.tm_mday == b.tm_mday && a.tm_hour == b.tm_hour &&
            a.tm_min == b.tm_min && a.tm_sec == b.tm_sec;
@@ -98,15 +115,7 @@ bool ScanOffset(Scanner& scanner, int& aheadSeconds) {
 std::optional<time_t> ParseDateAndTime(std::string_view text) {
     Scanner scanner(text);
     tm fields{};
-    int year = 0;
-    int month = 0;
-    if (!scanner.Number(4, 1970, 9999, year) || !scanner.Take('-') || !scanner.Number(2, 1, 12, month) ||
-        !scanner.Take('-') || !scanner.Number(2, 1, 31, fields.tm_mday))
-        return {};
-    if (!scanner.Take('T') && !scanner.Take(' ')) return {};
-    if (!ScanTimeOfDay(scanner, fields)) return {};
-    fields.tm_year = year - 1900;
-    fields.tm_mon = month - 1;
+    if (!ScanDate(scanner, fields) || !ScanTimeOfDay(scanner, fields)) return {};
 
     if (scanner.AtEnd()) {
         const std::vector<time_t> moments = LocalMoments(fields);
@@ -142,16 +151,8 @@ std::optional<time_t> ParseTimeOfDay(std::string_view text, time_t now) {
 }
 
 std::optional<time_t> ParseDelay(std::string_view text, time_t now) {
-    constexpr time_t maxSeconds = time_t{100} * 366 * 24 * secondsPerHour;
-    Scanner scanner(text);
-    time_t count = 0;
-    if (!scanner.Take('+') || !scanner.Count(count)) return {};
-    const time_t unit = scanner.Take("s")     ? 1
-                        : scanner.Take("min") ? secondsPerMinute
-                        : scanner.Take("h")   ? secondsPerHour
-                                              : 0;
-    if (unit == 0 || !scanner.AtEnd() || count > maxSeconds / unit) return {};
-    return now + count * unit;
+    const std::optional<time_t> delay = ParseDuration(text.substr(1));
+    return delay ? std::optional(now + *delay) : std::nullopt;
 }
 
 char LowerAscii(char c) {
@@ -164,6 +165,26 @@ std::optional<time_t> ParseStartTime(std::string_view text, time_t now) {
     if (text.starts_with('+')) return ParseDelay(text, now);
     if (text.size() > 2 && text[2] == ':') return ParseTimeOfDay(text, now);
     return ParseDateAndTime(text);
+}
+
+std::string NearestPossible(std::string_view text, time_t now) {
+    tm asked{};
+    Scanner scanner(text);
+    const bool isTimeOfDay = text.size() > 2 && text[2] == ':';
+    if (isTimeOfDay ? !localtime_r(&now, &asked) : !ScanDate(scanner, asked)) return "";
+    if (!ScanTimeOfDay(scanner, asked) || !scanner.AtEnd()) return "";
+    asked.tm_isdst = -1;
+    tm carried = asked;
+    time_t moment = mktime(&carried);  // carries the 30th of February into March; a skipped time lands beside its gap
+    if (carried.tm_hour == asked.tm_hour && carried.tm_min == asked.tm_min) return LocalTimeText(moment);
+    const auto ahead = [](time_t at) {
+        tm shown{};
+        return localtime_r(&at, &shown) ? shown.tm_gmtoff : 0;
+    };
+    const time_t last = moment + twoHours;
+    for (moment -= twoHours; moment < last; moment++)
+        if (ahead(moment) != ahead(moment - 1)) return LocalTimeText(moment);
+    return "";
 }
 
 std::optional<uint8_t> ParseWeekdays(std::string_view text) {
@@ -196,6 +217,47 @@ std::string LocalTimeText(time_t moment) {
     std::array<char, 64> text{};
     if (!localtime_r(&moment, &fields)) return std::to_string(moment);
     return {text.data(), strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &fields)};
+}
+
+std::optional<time_t> ParseDuration(std::string_view text) {
+    constexpr time_t maxSeconds = time_t{100} * 366 * secondsPerDay;
+    Scanner scanner(text);
+    time_t count = 0;
+    if (!scanner.Count(count)) return {};
+    const time_t unit = scanner.Take("s")     ? 1
+                        : scanner.Take("min") ? secondsPerMinute
+                        : scanner.Take("h")   ? secondsPerHour
+                        : scanner.Take("d")   ? secondsPerDay
+                        : scanner.Take("w")   ? 7 * secondsPerDay
+                                              : 0;
+    if (unit == 0 || !scanner.AtEnd() || count > maxSeconds / unit) return {};
+    return count * unit;
+}
+
+std::string DurationText(time_t seconds) {
+    constexpr std::pair<time_t, const char*> units[] = {
+        {secondsPerDay, " d"}, {secondsPerHour, " h"}, {secondsPerMinute, " min"}, {1, " s"}};
+    if (seconds < 0)
+        return "-" + DurationText(seconds == std::numeric_limits<time_t>::min() ? -(seconds + 1) : -seconds);
+    for (size_t i = 0; i + 1 < std::size(units); i++) {
+        const auto& [large, largeName] = units[i];
+        const auto& [small, smallName] = units[i + 1];
+        if (seconds < large) continue;
+        const std::string text = std::to_string(seconds / large) + largeName;
+        const time_t rest = seconds % large / small;
+        return rest == 0 ? text : text + " " + std::to_string(rest) + smallName;
+    }
+    return std::to_string(seconds) + " s";
+}
+
+std::string ShiftText(long seconds) {
+    return (seconds < 0 ? "" : "+") + DurationText(seconds);
+}
+
+std::string RepeatText(bool daily, bool weekly, uint8_t weekdays) {
+    if (daily) return "daily";
+    if (!weekly) return "once";
+    return weekdays == 0 ? "never" : WeekdayText(weekdays);
 }
 
 std::string NameFault(std::string_view name) {

@@ -1,9 +1,9 @@
 #include "Recording.h"
 
 #include "ScheduleBook.h"
-#include "StopSignal.h"
 #include "common/Folders.h"
 #include "common/ScheduleText.h"
+#include "common/StopSignal.h"
 
 #include <array>
 #include <chrono>

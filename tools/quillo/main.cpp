@@ -1,12 +1,12 @@
 // Quillo: stands in for the main application. Without arguments it "records" what is due; with a command it plays the
 // main application's part towards the helper.
-#include "HelperStarter.h"
 #include "Recording.h"
 #include "ScheduleBook.h"
-#include "StopSignal.h"
 #include "app/LScheduleHelperKeys.h"
 #include "common/Folders.h"
+#include "common/HelperStarter.h"
 #include "common/ScheduleText.h"
+#include "common/StopSignal.h"
 
 #include <CLI/CLI.hpp>
 

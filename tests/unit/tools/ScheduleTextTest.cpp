@@ -98,6 +98,38 @@ TEST_F(ScheduleTextTest, FollowsTheChangesOfClocks) {
     for (const Case& c : cases) EXPECT_EQ(ParseStartTime(c.text, c.now), c.expected) << c.text << " at " << c.now;
 }
 
+TEST_F(ScheduleTextTest, KnowsWhatComesNextToWhatCannotBe) {
+    const struct {
+        const char* text;
+        const char* nearest;
+    } cases[] = {{"2026-03-29T02:30", "2026-03-29 03:00:00"},
+                 {"2026-03-29T02:00", "2026-03-29 03:00:00"},
+                 {"2027-02-29T10:00", "2027-03-01 10:00:00"},
+                 {"2026-11-31T10:00", "2026-12-01 10:00:00"},
+                 {"2026-13-01T10:00", ""},
+                 {"later", ""}};
+    for (const auto& c : cases) EXPECT_EQ(NearestPossible(c.text, sunday10), c.nearest) << c.text;
+
+    std::string fault;
+    EXPECT_FALSE(ParseSchedule({"n", "2026-11-21T10:00", false, {}}, sunday10, fault));
+    EXPECT_EQ(fault, "2026-11-21 10:00:00 is over; the next possible is 2026-11-23 10:00:00");
+    EXPECT_FALSE(ParseSchedule({"n", "2026-11-22T10:00:05", false, {}}, sunday10, fault));
+    EXPECT_NE(fault.find("the next possible is 2026-11-22 10:00:11"), std::string::npos) << fault;
+}
+
+TEST(Durations, AreReadAndWritten) {
+    const struct {
+        const char* text;
+        std::optional<time_t> seconds;
+    } cases[] = {{"30d", 30 * 86'400}, {"2w", 14 * 86'400}, {"12h", 43'200}, {"90min", 5'400}, {"45s", 45},
+                 {"30", {}},           {"d", {}},           {"-1d", {}},     {"1d2h", {}},     {"99999d", {}}};
+    for (const auto& c : cases) EXPECT_EQ(ParseDuration(c.text), c.seconds) << c.text;
+    const std::pair<time_t, const char*> texts[] = {
+        {0, "0 s"},          {59, "59 s"},       {60, "1 min"}, {3'661, "1 h 1 min"}, {86'399, "23 h 59 min"},
+        {90'000, "1 d 1 h"}, {-1'800, "-30 min"}};
+    for (const auto& [seconds, text] : texts) EXPECT_EQ(DurationText(seconds), text);
+}
+
 TEST(Weekdays, ReadsAndWrites) {
     const struct {
         const char* text;

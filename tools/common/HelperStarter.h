@@ -1,7 +1,7 @@
 // HelperStarter: a connection to the helper, which is started first when none serves. Main thread only.
 #pragma once
 
-#include "common/HelperClient.h"
+#include "HelperClient.h"
 
 #include <cstdint>
 #include <memory>
@@ -17,9 +17,10 @@ public:
     // Null when no helper answers within `timeoutMs`. What is done about it is said on standard output.
     std::unique_ptr<HelperClient> Connect(uint32_t timeoutMs) const;
 
-private:
-    bool Start() const;
+    // Starts it without a look at who serves; what was done, as a sentence, "" when it can't be started.
+    std::string Start() const;
 
+private:
     std::string helperBundle;
 };
 

@@ -1,0 +1,34 @@
+// HelperProcess: the helper that works on this user's store, as a process. Main thread.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace tools {
+
+struct HelperProcess {
+    pid_t pid = 0;     // 0: one holds the store, but the system doesn't tell which
+    time_t since = 0;  // when it was started; 0: unknown
+};
+
+// Nothing when none runs.
+std::optional<HelperProcess> FindHelper();
+
+// A variable of the environment that the helper was started with; nothing when it has none or it can't be told.
+std::optional<std::string> HelperVariable(const HelperProcess& helper, const std::string& name);
+
+// The helper's bundle: beside this program's own, or where programs are installed.
+std::optional<std::string> FindHelperBundle();
+
+// Asks the helper to end (SIGTERM; one whose number isn't known through its service) and waits until it has let go of
+// the store. False: it is still there after `timeoutMs`.
+bool EndHelper(const HelperProcess& helper, uint32_t timeoutMs);
+
+// Starts a helper, through systemd where its unit is installed, and waits until one holds the store. What was done, as
+// a sentence; "" when none came within `timeoutMs`.
+std::string StartHelper(uint32_t timeoutMs);
+
+}  // namespace tools

@@ -1,0 +1,277 @@
+#include "ScheduleFile.h"
+
+#include "CommandParts.h"
+#include "common/Forecast.h"
+#include "common/ScheduleText.h"
+
+#include <libical/ical.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string_view>
+
+namespace tools {
+
+namespace {
+
+constexpr const char* applicationProperty = "X-SCHEDULEHELPER-APPLICATION";
+constexpr const char* identifierProperty = "X-SCHEDULEHELPER-BUNDLE-ID";
+
+// The parser drops blanks at the ends of a text: such a name comes a second time with them as %20.
+constexpr const char* nameProperty = "X-SCHEDULEHELPER-NAME";
+
+using Component = std::unique_ptr<icalcomponent, decltype(&icalcomponent_free)>;
+
+Component Owned(icalcomponent* component) {
+    return {component, icalcomponent_free};
+}
+
+[[noreturn]] void Refuse(const std::string& why) {
+    throw std::invalid_argument(why);
+}
+
+std::string Replaced(std::string text, std::string_view what, std::string_view by) {
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
+        text.replace(at, what.size(), by);
+    return text;
+}
+
+std::string Escaped(const std::string& text) {
+    return Replaced(Replaced(text, "%", "%25"), " ", "%20");
+}
+
+std::string Unescaped(const std::string& text) {
+    return Replaced(Replaced(text, "%20", " "), "%25", "%");
+}
+
+tm LocalFields(time_t moment) {
+    tm fields{};
+    localtime_r(&moment, &fields);
+    return fields;
+}
+
+std::string LocalText(const icaltimetype& time) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d", time.year, time.month, time.day, time.hour,
+                  time.minute, time.second);
+    return text.data();
+}
+
+// The zone that local time is in, as calendars name it; "" when it has no name.
+std::string LocalZone() {
+    if (const char* zone = std::getenv("TZ"); zone && *zone) return *zone == ':' ? zone + 1 : zone;
+    std::array<char, 4096> target{};
+    const char* const file = realpath("/etc/localtime", target.data());
+    const std::string_view path = file ? file : "";
+    constexpr std::string_view folder = "/zoneinfo/";
+    const size_t found = path.find(folder);
+    return found == std::string_view::npos ? "" : std::string(path.substr(found + folder.size()));
+}
+
+// The moment of the event's start; `zone` is what it is given in: "" for floating, which is local time.
+time_t StartOf(icalcomponent* calendar, icalproperty* property, std::string& zone) {
+    icaltimetype time = icalproperty_get_dtstart(property);
+    if (icaltime_is_null_time(time) || !icaltime_is_valid_time(time)) Refuse("its DTSTART is no time");
+    if (time.is_date) Refuse("it is a day, without a time");
+    if (icaltime_is_utc(time)) {
+        zone = "UTC";
+        return icaltime_as_timet(time);
+    }
+    if (const icalparameter* name = icalproperty_get_first_parameter(property, ICAL_TZID_PARAMETER))
+        zone = icalparameter_get_tzid(name);
+    if (zone.empty() || zone == LocalZone()) {
+        zone.clear();
+        const auto moment = ParseStartTime(LocalText(time), 0);
+        if (!moment) Refuse("there is no " + LocalText(time) + " here: clocks are put forward over it");
+        return *moment;
+    }
+    icaltimezone* known = icalcomponent_get_timezone(calendar, zone.c_str());
+    if (!known) known = icaltimezone_get_builtin_timezone(zone.c_str());
+    if (!known) Refuse("the zone " + zone + " is not known");
+    return icaltime_as_timet_with_zone(time, known);
+}
+
+bool IsUnset(const short* list) {
+    return list[0] == ICAL_RECURRENCE_ARRAY_MAX;
+}
+
+uint8_t DaysOf(const icalrecurrencetype& rule) {
+    unsigned mask = 0;
+    for (size_t i = 0; i < ICAL_BY_DAY_SIZE && rule.by_day[i] != ICAL_RECURRENCE_ARRAY_MAX; i++) {
+        if (icalrecurrencetype_day_position(rule.by_day[i]) != 0) Refuse("its RRULE counts weekdays");
+        mask |= 1U << (icalrecurrencetype_day_day_of_week(rule.by_day[i]) - ICAL_SUNDAY_WEEKDAY);
+    }
+    return static_cast<uint8_t>(mask);
+}
+
+void TakeRule(const icalrecurrencetype& rule, NewSchedule& schedule) {
+    if (rule.freq != ICAL_DAILY_RECURRENCE && rule.freq != ICAL_WEEKLY_RECURRENCE)
+        Refuse("its RRULE is neither DAILY nor WEEKLY");
+    if (rule.interval != 1) Refuse("its RRULE leaves days or weeks out (INTERVAL)");
+    if (rule.count != 0 || !icaltime_is_null_time(rule.until)) Refuse("its RRULE ends (COUNT, UNTIL)");
+    for (const short* list : {rule.by_second, rule.by_minute, rule.by_hour, rule.by_month_day, rule.by_year_day,
+                              rule.by_week_no, rule.by_month, rule.by_set_pos})
+        if (!IsUnset(list)) Refuse("its RRULE has more than BYDAY");
+    schedule.weekdays = DaysOf(rule);
+    schedule.daily = rule.freq == ICAL_DAILY_RECURRENCE && schedule.weekdays == 0;
+    schedule.weekly = !schedule.daily;
+    if (schedule.weekly && schedule.weekdays == 0)
+        schedule.weekdays = static_cast<uint8_t>(1U << LocalFields(schedule.start).tm_wday);
+}
+
+std::string ExtraText(icalcomponent* event, const char* name) {
+    for (icalproperty* property = icalcomponent_get_first_property(event, ICAL_X_PROPERTY); property;
+         property = icalcomponent_get_next_property(event, ICAL_X_PROPERTY))
+        if (std::string_view(icalproperty_get_x_name(property)) == name) {
+            const char* const text = icalproperty_get_x(property);
+            return text ? text : "";
+        }
+    return "";
+}
+
+FileSchedule FromEvent(icalcomponent* calendar, icalcomponent* event, time_t now) {
+    if (icalcomponent_get_first_property(event, ICAL_XLICERROR_PROPERTY)) Refuse("a line of it is no iCalendar");
+    for (const auto kind :
+         {ICAL_EXDATE_PROPERTY, ICAL_RDATE_PROPERTY, ICAL_EXRULE_PROPERTY, ICAL_RECURRENCEID_PROPERTY})
+        if (icalcomponent_get_first_property(event, kind)) Refuse("it has exceptions (EXDATE, RDATE, RECURRENCE-ID)");
+    if (icalcomponent_get_status(event) == ICAL_STATUS_CANCELLED) Refuse("it is cancelled");
+    FileSchedule one;
+    const char* const summary = icalcomponent_get_summary(event);
+    one.schedule.name = summary ? summary : "";
+    if (const std::string name = ExtraText(event, nameProperty); !name.empty()) one.schedule.name = Unescaped(name);
+    one.application = {ExtraText(event, identifierProperty), ExtraText(event, applicationProperty)};
+
+    icalproperty* const start = icalcomponent_get_first_property(event, ICAL_DTSTART_PROPERTY);
+    if (!start) Refuse("it has no DTSTART");
+    std::string zone;
+    one.schedule.start = StartOf(calendar, start, zone);
+    icalproperty* const rule = icalcomponent_get_first_property(event, ICAL_RRULE_PROPERTY);
+    if (!rule) return one;
+    if (!zone.empty()) Refuse("it repeats in the zone " + zone + "; the helper repeats in local time only");
+    if (icalcomponent_get_next_property(event, ICAL_RRULE_PROPERTY)) Refuse("it has several RRULEs");
+    TakeRule(icalproperty_get_rrule(rule), one.schedule);
+    const time_t first = NextStart(AsStored({}, one.schedule), now, now).Start();
+    if (one.schedule.start > first)
+        Refuse("it begins only at " + LocalTimeText(one.schedule.start) + "; the helper would begin at " +
+               LocalTimeText(first));
+    return one;
+}
+
+// The lines at which events begin, from 1 on: the parser doesn't tell.
+std::vector<size_t> EventLines(const std::string& text) {
+    std::vector<size_t> lines;
+    size_t number = 1;
+    for (size_t begin = 0; begin < text.size(); number++) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        if (text.compare(begin, 12, "BEGIN:VEVENT") == 0) lines.push_back(number);
+        begin = end + 1;
+    }
+    return lines;
+}
+
+std::string Identity(const StoredSchedule& schedule) {
+    uint64_t hash = 0xCBF29CE484222325;  // FNV-1a: the same schedule gets the same identity each time
+    for (const std::string* text : {&schedule.bundleId, &schedule.appPath, &schedule.name})
+        for (const char c : *text + '\n') hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3;
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(hash));
+    return std::string(text.data()) + "@schedulehelper";
+}
+
+icaltimetype FloatingTime(const tm& date, const tm& time) {
+    icaltimetype floating = icaltime_null_time();
+    floating.year = date.tm_year + 1900;
+    floating.month = date.tm_mon + 1;
+    floating.day = date.tm_mday;
+    floating.hour = time.tm_hour;
+    floating.minute = time.tm_min;
+    floating.second = time.tm_sec;
+    return floating;
+}
+
+// "FREQ=WEEKLY;BYDAY=MO,WE"
+std::string RuleText(const StoredSchedule& schedule) {
+    if (schedule.daily) return "FREQ=DAILY";
+    std::string days;
+    for (unsigned day = 0; day < 7; day++)
+        if (schedule.weekdays >> day & 1)
+            days +=
+                (days.empty() ? "" : ",") + std::string(icalrecur_weekday_to_string(
+                                                static_cast<icalrecurrencetype_weekday>(day + ICAL_SUNDAY_WEEKDAY)));
+    return "FREQ=WEEKLY;BYDAY=" + days;
+}
+
+void AddExtra(icalcomponent* event, const char* name, const std::string& text) {
+    icalproperty* const property = icalproperty_new_x(text.c_str());
+    icalproperty_set_x_name(property, name);
+    icalcomponent_add_property(event, property);
+}
+
+icalcomponent* EventOf(const StoredSchedule& schedule, time_t now) {
+    icalcomponent* const event = icalcomponent_new(ICAL_VEVENT_COMPONENT);
+    const auto add = [event](icalproperty* property) { icalcomponent_add_property(event, property); };
+    add(icalproperty_new_uid(Identity(schedule).c_str()));
+    add(icalproperty_new_dtstamp(icaltime_from_timet_with_zone(now, 0, icaltimezone_get_utc_timezone())));
+    add(icalproperty_new_summary(schedule.name.c_str()));
+    if (schedule.daily || schedule.weekly) {
+        // The date of the next one, with the time of day that was asked for.
+        const tm date = LocalFields(NextStart(schedule, now, now).Start());
+        add(icalproperty_new_dtstart(FloatingTime(date, LocalFields(schedule.Start()))));
+        add(icalproperty_new_rrule(icalrecurrencetype_from_string(RuleText(schedule).c_str())));
+    } else {
+        add(icalproperty_new_dtstart(
+            icaltime_from_timet_with_zone(schedule.Start(), 0, icaltimezone_get_utc_timezone())));
+    }
+    if (schedule.name.front() == ' ' || schedule.name.back() == ' ')
+        AddExtra(event, nameProperty, Escaped(schedule.name));
+    AddExtra(event, applicationProperty, schedule.appPath);
+    AddExtra(event, identifierProperty, schedule.bundleId);
+    return event;
+}
+
+}  // namespace
+
+ParsedFile ParseCalendar(const std::string& text, time_t now) {
+    ParsedFile parsed;
+    icaltimezone_set_tzid_prefix("");
+    const Component calendar = Owned(icalparser_parse_string(text.c_str()));
+    if (!calendar || icalcomponent_isa(calendar.get()) != ICAL_VCALENDAR_COMPONENT) {
+        parsed.faults.emplace_back("the file holds no calendar (VCALENDAR)");
+        return parsed;
+    }
+    const std::vector<size_t> lines = EventLines(text);
+    size_t number = 0;
+    for (icalcomponent* event = icalcomponent_get_first_component(calendar.get(), ICAL_VEVENT_COMPONENT); event;
+         event = icalcomponent_get_next_component(calendar.get(), ICAL_VEVENT_COMPONENT), number++) {
+        const std::string where =
+            number < lines.size() ? "line " + std::to_string(lines[number]) : "event " + std::to_string(number + 1);
+        try {
+            parsed.schedules.push_back(FromEvent(calendar.get(), event, now));
+            parsed.schedules.back().where = where;
+        } catch (const std::invalid_argument& fault) {
+            const char* const summary = icalcomponent_get_summary(event);
+            parsed.faults.push_back(where + (summary ? " (" + std::string(summary) + ")" : "") + ": " + fault.what());
+        }
+    }
+    return parsed;
+}
+
+std::string CalendarText(const std::vector<StoredSchedule>& schedules, time_t now, std::vector<StoredSchedule>& left) {
+    const Component calendar = Owned(icalcomponent_new(ICAL_VCALENDAR_COMPONENT));
+    icalcomponent_add_property(calendar.get(), icalproperty_new_version("2.0"));
+    icalcomponent_add_property(calendar.get(), icalproperty_new_prodid("-//Tarnwick//schedulectl//EN"));
+    for (const StoredSchedule& schedule : schedules)
+        if (schedule.weekly && !schedule.daily && schedule.weekdays == 0)
+            left.push_back(schedule);
+        else
+            icalcomponent_add_component(calendar.get(), EventOf(schedule, now));
+    char* const text = icalcomponent_as_ical_string_r(calendar.get());
+    std::string copy = text ? text : "";
+    icalmemory_free_buffer(text);
+    return copy;
+}
+
+}  // namespace tools

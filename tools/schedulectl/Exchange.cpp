@@ -1,0 +1,190 @@
+// import and export.
+#include "CommandParts.h"
+#include "ScheduleFile.h"
+#include "app/LScheduleHelperKeys.h"
+#include "common/Folders.h"
+#include "common/ScheduleText.h"
+#include "common/StopSignal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <tuple>
+#include <unistd.h>
+
+namespace tools {
+
+namespace {
+
+struct Wanted {
+    Application application;
+    NewSchedule schedule;
+};
+
+using Key = std::tuple<std::string, std::string, std::string>;
+
+Key KeyOf(const StoredSchedule& schedule) {
+    return {schedule.bundleId, schedule.appPath, schedule.name};
+}
+
+bool IsCalendar(const Options& options) {
+    if (!options.format.empty()) return options.format == "ical";
+    return options.file.ends_with(".ics") || options.file.ends_with(".ical");
+}
+
+std::optional<std::string> ReadAll(const std::string& path) {
+    if (path == "-") return std::string(std::istreambuf_iterator<char>(std::cin), {});
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return {};
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    return file.bad() ? std::nullopt : std::optional(std::move(text));
+}
+
+// Fills in what a file leaves open, and refuses what the helper would not start.
+std::vector<Wanted> Check(ParsedFile& parsed, const Options& options, const Output& output, ExitStatus& status) {
+    std::vector<Wanted> all;
+    std::map<Key, std::string> seen;
+    std::optional<Application> otherwise;
+    for (FileSchedule& one : parsed.schedules) {
+        const auto refuse = [&](const std::string& why) {
+            parsed.faults.push_back(one.where + " (" + one.schedule.name + "): " + why);
+        };
+        if (one.application.path.empty() || !options.appPath.empty()) {
+            if (!otherwise) otherwise = ApplicationOf(options, output, status);
+            if (!otherwise) return {};
+            one.application.path = otherwise->path;
+            if (one.application.bundleId.empty() || !options.bundleId.empty())
+                one.application.bundleId = otherwise->bundleId;
+        }
+        if (one.application.bundleId.empty()) one.application.bundleId = kMainAppBundleId;
+        if (const std::string fault = ScheduleFault(one.schedule, time(nullptr)); !fault.empty())
+            refuse(fault);
+        else if (!NameFault(one.application.path).empty() || !NameFault(one.application.bundleId).empty())
+            refuse("its application's path or identifier is no text of 1 to 259 bytes");
+        else if (access(one.application.path.c_str(), F_OK) != 0)
+            refuse("no application at " + one.application.path);
+        else if (const auto [first, isNew] = seen.emplace(KeyOf(AsStored(one.application, one.schedule)), one.where);
+                 !isNew)
+            refuse("the same as " + first->second);
+        else
+            all.push_back({one.application, one.schedule});
+    }
+    return all;
+}
+
+// Adds, and takes back what it added when it can't go through.
+class Import {
+public:
+    Import(const Output& to, uint32_t timeout) : output(to), timeoutMs(timeout) {}
+
+    ExitStatus Run(const std::vector<Wanted>& all) {
+        const auto stored = ReadStore(StorePath());
+        if (!stored) return UnreadableStore(output);
+        if (!helper.Connect()) return Unreachable(output);
+        for (const StoredSchedule& schedule : *stored) before.emplace(KeyOf(schedule), schedule);
+        for (const Wanted& one : all) {
+            const bool isStopped = AwaitStopSignal(0);
+            if (isStopped || !helper.Tell(HelperRequest::Add(one.application, one.schedule), timeoutMs))
+                return TakeBack(all, isStopped);
+            output.Progress("importing", ++done, all.size());
+        }
+        const auto after = ReadStore(StorePath());
+        const bool isWhole =
+            after && std::all_of(all.begin(), all.end(), [&, known = KeysOf(*after)](const Wanted& one) {
+                const auto found = known.find(KeyOf(AsStored(one.application, one.schedule)));
+                return found != known.end() && found->second == AsStored(one.application, one.schedule);
+            });
+        return isWhole ? exitDone : output.Error(exitFailure, "the store " + StorePath() + " does not hold all of it");
+    }
+
+private:
+    static std::map<Key, StoredSchedule> KeysOf(const std::vector<StoredSchedule>& schedules) {
+        std::map<Key, StoredSchedule> keys;
+        for (const StoredSchedule& schedule : schedules) keys.emplace(KeyOf(schedule), schedule);
+        return keys;
+    }
+
+    // The one that failed, too: it may have come through.
+    ExitStatus TakeBack(const std::vector<Wanted>& all, bool isStopped) {
+        const ExitStatus status = isStopped ? exitFailure : exitUnreachable;
+        const std::string why = isStopped ? "interrupted" : "the helper does not answer";
+        HelperClient again;  // the first connection may be the one that broke
+        bool isBack = again.Connect();
+        for (size_t i = std::min(done + 1, all.size()); isBack && i-- > 0;) {
+            const auto old = before.find(KeyOf(AsStored(all[i].application, all[i].schedule)));
+            isBack = again.Tell(old == before.end() ? HelperRequest::Delete(all[i].application, all[i].schedule.name)
+                                                    : HelperRequest::Add(all[i].application, AsNew(old->second)),
+                                timeoutMs);
+        }
+        if (isBack) return output.Error(status, why + ": nothing is imported");
+        return output.Error(status, why + ", also to take back what was added: the first " + std::to_string(done) +
+                                        " may be stored (schedulectl list)");
+    }
+
+    const Output& output;
+    uint32_t timeoutMs;
+    HelperClient helper;
+    std::map<Key, StoredSchedule> before;
+    size_t done = 0;
+};
+
+}  // namespace
+
+int RunImport(const Options& options) {
+    const Output output(options.style);
+    BlockStopSignals();
+    const auto text = ReadAll(options.file);
+    if (!text) return output.Error(exitNotFound, options.file + " can't be read: " + std::strerror(errno));
+    const bool isCalendar = IsCalendar(options) || (options.format.empty() && text->starts_with("BEGIN:VCALENDAR"));
+    ParsedFile parsed = isCalendar ? ParseCalendar(*text, time(nullptr)) : ParseJsonSchedules(*text, time(nullptr));
+    ExitStatus status = exitDone;
+    const std::vector<Wanted> all = Check(parsed, options, output, status);
+    if (status != exitDone) return status;
+    for (const std::string& fault : parsed.faults) output.Error(exitUsage, fault);
+    if (!parsed.faults.empty() && !options.skipRefused)
+        return output.Error(exitUsage,
+                            "nothing is imported; --skip-refused imports the other " + std::to_string(all.size()));
+    if (!options.dryRun && !all.empty()) status = Import(output, options.timeoutMs).Run(all);
+    if (status != exitDone) return status;
+    output.Answer((options.dryRun ? "would import " : "imported ") + std::to_string(all.size()) + " of " +
+                      std::to_string(all.size() + parsed.faults.size()),
+                  {{"imported", static_cast<int64_t>(all.size())},
+                   {"refused", static_cast<int64_t>(parsed.faults.size())},
+                   {"dryRun", options.dryRun}});
+    return exitDone;
+}
+
+int RunExport(const Options& options) {
+    const Output output(options.style);
+    const auto overview = Overview::Now();
+    if (!overview) return UnreadableStore(output);
+    std::string text;
+    std::vector<StoredSchedule> left;
+    if (IsCalendar(options)) {
+        std::vector<StoredSchedule> stored;
+        for (const ScheduleView& view : overview->Schedules()) stored.push_back(view.schedule);
+        text = CalendarText(stored, overview->Moment(), left);
+    } else {
+        text = Output::JsonArray("schedules", ScheduleRows(overview->Schedules(), overview->Moment(), true), {}) + "\n";
+    }
+    for (const StoredSchedule& schedule : left)
+        output.Warning(schedule.name + " is not exported: a weekly one without a day is no calendar entry");
+    if (options.file == "-") {
+        output.Raw(text);
+        return exitDone;
+    }
+    std::ofstream file(options.file, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) return output.Error(exitFailure, options.file + " can't be written: " + std::strerror(errno));
+    const size_t count = overview->Schedules().size() - left.size();
+    output.Answer("exported " + std::to_string(count) + (count == 1 ? " schedule" : " schedules"),
+                  {{"exported", static_cast<int64_t>(count)}});
+    return exitDone;
+}
+
+}  // namespace tools
