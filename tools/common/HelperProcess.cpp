@@ -11,11 +11,19 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 
 namespace tools {
 
 namespace {
+
+// A helper that a session started has what its application needs to be seen, which the one who restarts it may lack.
+void TakeEnvironmentOf(const HelperProcess& helper) {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_ID", "XDG_SESSION_TYPE",
+                             "XDG_CURRENT_DESKTOP", "DBUS_SESSION_BUS_ADDRESS", "LANG", "TZ", "PATH"})
+        if (const auto value = HelperVariable(helper, name)) setenv(name, value->c_str(), 1);
+}
 
 constexpr const char* helperBundleName = "schedulehelper.app";
 
@@ -65,6 +73,19 @@ std::string StartHelper(uint32_t timeoutMs) {
     std::string what = HelperStarter(bundle.value_or("/")).Start();
     if (what.empty() || !AwaitLook([] { return IsHelperRunning(StorePath()); }, timeoutMs)) return "";
     return what;
+}
+
+// systemd restarts its unit by itself: a start that comes before it has noticed the end would find the unit active.
+std::string RestartHelper(const HelperProcess& helper, uint32_t timeoutMs) {
+    if (IsUserUnitActive() && RestartUserUnit()) {
+        const auto isAnother = [&] {
+            const auto now = FindHelper();
+            return now && (now->pid != helper.pid || now->pid == 0);
+        };
+        return AwaitLook(isAnother, timeoutMs) ? "restarted the helper through systemd" : "";
+    }
+    TakeEnvironmentOf(helper);
+    return EndHelper(helper, timeoutMs) ? StartHelper(timeoutMs) : "";
 }
 
 }  // namespace tools

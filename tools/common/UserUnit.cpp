@@ -26,4 +26,8 @@ bool StartUserUnit() {
     return RunProgram({"systemctl", "--user", "--quiet", "start", kUserUnit}) == 0;
 }
 
+bool RestartUserUnit() {
+    return RunProgram({"systemctl", "--user", "--quiet", "restart", kUserUnit}) == 0;
+}
+
 }  // namespace tools

@@ -13,5 +13,6 @@ bool IsUserUnitActive();
 
 // False also where there is no systemctl, or no systemd that serves this user.
 bool StartUserUnit();
+bool RestartUserUnit();
 
 }  // namespace tools

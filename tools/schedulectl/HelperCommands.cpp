@@ -6,8 +6,6 @@
 #include "common/StopSignal.h"
 #include "common/UserUnit.h"
 
-#include <cstdlib>
-
 namespace tools {
 
 namespace {
@@ -52,13 +50,6 @@ std::string MissingApplication() {
     for (const auto& [path, bundle] : overview->Bundles())
         if (!bundle.isThere) return path;
     return "";
-}
-
-// A helper that a session started has what its application needs to be seen, which the one who restarts it may lack.
-void TakeEnvironmentOf(const HelperProcess& helper) {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_ID", "XDG_SESSION_TYPE",
-                             "XDG_CURRENT_DESKTOP", "DBUS_SESSION_BUS_ADDRESS", "LANG", "TZ", "PATH"})
-        if (const auto value = HelperVariable(helper, name)) setenv(name, value->c_str(), 1);
 }
 
 }  // namespace
@@ -210,12 +201,10 @@ int RunRestart(const Options& options) {
                                                  "drops the schedules of such an application (--force)");
     }
     const auto helper = FindHelper();
-    if (helper) {
-        TakeEnvironmentOf(*helper);
-        if (!EndHelper(*helper, options.timeoutMs)) return output.Error(exitUnreachable, "the helper is still there");
-    }
-    const std::string what = StartHelper(options.timeoutMs);
-    if (what.empty()) return output.Error(exitUnreachable, "the helper has ended and could not be started again");
+    const std::string what = helper ? RestartHelper(*helper, options.timeoutMs) : StartHelper(options.timeoutMs);
+    if (what.empty())
+        return output.Error(exitUnreachable, FindHelper() ? "the helper is still there"
+                                                          : "the helper has ended and could not be started again");
     output.Answer("restarted: " + what, {{"restarted", true}});
     return exitDone;
 }

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <map>
-#include <set>
+#include <optional>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -45,7 +45,10 @@ private:
     const Output& output;
 };
 
-std::string Drawing(const Overview& overview, const Output& output) {
+std::string Drawing(const Output& output) {
+    const auto now = Overview::Now();
+    if (!now) return "the store " + StorePath() + " can't be read\n";
+    const Overview& overview = *now;
     std::string text = LocalTimeText(overview.Moment()) + "   " +
                        (overview.Helper() ? "the helper runs" : "NO HELPER RUNS: nothing will be started") +
                        "   (Ctrl-C ends)\n";
@@ -117,12 +120,6 @@ private:
     bool helperRuns = false;
 };
 
-void StopUntilContinued(const Screen& screen) {
-    screen.Leave();
-    raise(SIGSTOP);
-    screen.Enter();
-}
-
 }  // namespace
 
 int RunWatch(const Options& options) {
@@ -138,27 +135,22 @@ int RunWatch(const Options& options) {
         const auto now = system_clock::now().time_since_epoch();
         return duration<double>(ceil<seconds>(now + milliseconds(1)) - now).count();
     };
-    if (isatty(STDOUT_FILENO) && !output.IsJson()) {
-        const Screen screen(output);
-        do {
-            const auto overview = Overview::Now();
-            screen.Show(overview ? Drawing(*overview, output) : "the store " + StorePath() + " can't be read\n");
-            const int signal = AwaitSignal(toNextSecond());
-            if (signal == SIGTSTP)
-                StopUntilContinued(screen);
-            else if (signal != 0)
-                return exitDone;
-        } while (!isOver());
-        return exitDone;
-    }
+    std::optional<Screen> screen;
+    if (isatty(STDOUT_FILENO) && !output.IsJson()) screen.emplace(output);
     Events events(output);
     do {
-        events.Look();
+        if (screen)
+            screen->Show(Drawing(output));
+        else
+            events.Look();
         const int signal = AwaitSignal(toNextSecond());
-        if (signal == SIGTSTP)
+        if (signal == SIGTSTP) {
+            if (screen) screen->Leave();
             raise(SIGSTOP);
-        else if (signal != 0)
-            return exitDone;
+            if (screen) screen->Enter();
+        } else if (signal != 0) {
+            break;
+        }
     } while (!isOver());
     return exitDone;
 }
