@@ -31,8 +31,8 @@ bool EndHelper(const HelperProcess& helper, uint32_t timeoutMs);
 // a sentence; "" when none came within `timeoutMs`.
 std::string StartHelper(uint32_t timeoutMs);
 
-// Ends this helper and starts another one, as the same unit where systemd runs it. What was done, as a sentence; "" when
-// the old one doesn't end or no new one comes within `timeoutMs`.
+// Ends this helper and starts another one, as the same unit where systemd runs it. What was done, as a sentence; ""
+// when the old one doesn't end or no new one comes within `timeoutMs`.
 std::string RestartHelper(const HelperProcess& helper, uint32_t timeoutMs);
 
 }  // namespace tools
