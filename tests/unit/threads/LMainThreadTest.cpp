@@ -262,6 +262,33 @@ TEST(ProcessEvents, ASignalEndsTheWaitAtOnceAndStaysSet) {
     EXPECT_EQ(ProcessWaitSignalObjectAndProcessEvents(other, 30), waitTimedOut);
 }
 
+// A second wake-up in the same round stays behind when the first one ends the wait; here an event posts it.
+TEST(ProcessEvents, AWaitTakesItsWakeUpsAlong) {
+    const Served served;
+    LSignalObject object;
+    LSignalObjectGroup group;
+    group.Add(object);
+    LThreadRunOnMainThread poster;
+    const auto wakeUpDuring = [&](const std::function<int()>& wait) {
+        object.Reset();
+        poster.RunOnMainThread(new Item([&] {
+            const CFSocketRef socket =
+                CFSocketCreateWithNative(kCFAllocatorDefault, object.ReadDescriptor(), kCFSocketReadCallBack,
+                                         LProcessEventsHandler::SocketCallBack, nullptr);
+            LProcessEventsHandler::SocketCallBack(socket, kCFSocketReadCallBack, nullptr, nullptr, nullptr);
+            CFRelease(socket);
+            EXPECT_EQ(GetNumEventsInQueue(GetMainEventQueue()), 1);
+            object.Signal();
+        }));
+        EXPECT_EQ(wait(), waitSet);
+        EXPECT_EQ(GetNumEventsInQueue(GetMainEventQueue()), 0);
+        LProcessClearEventQueue();
+    };
+    wakeUpDuring([&] { return ProcessWaitSignalObjectAndProcessEvents(object, kLong); });
+    wakeUpDuring([&] { return ProcessWaitSignalObjectAndProcessEvents(object); });
+    wakeUpDuring([&] { return ProcessWaitSignalObjectGroupAndProcessEvents(group, kLong); });
+}
+
 TEST(ProcessEvents, TheOwnerStopsEveryWait) {
     const Served served;
     LSignalObject never;
