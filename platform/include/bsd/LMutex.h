@@ -1,5 +1,5 @@
 // LMutex, LMutexLock: the tree's mutex and its scope lock, with the annotations that clang's thread-safety analysis
-// checks (preset clang-thread-safety; other compilers see nothing of them). A mutex is a leaf: whoever holds one calls
+// checks (as clang-tidy does; other compilers see nothing of them). A mutex is a leaf: whoever holds one calls
 // no handler and makes no blocking system call, unless the declaration of the mutex says so.
 #pragma once
 
