@@ -68,9 +68,13 @@ TEST_F(ControlTest, StopsAHelperOnlyWhereNothingIsMissed) {
     home.WriteStore({moved});
     Told(0, {"start"});
     std::filesystem::rename(bundle, bundle + ".away");
-    EXPECT_TELLS(Told(5, {"restart"}), "isn't there now");
+    EXPECT_TELLS(Told(5, {"restart", "--force"}), "isn't there now");
+    EXPECT_EQ(home.Stored().size(), 1u);
+    Told(0, {"stop"});
+    EXPECT_TELLS(Told(5, {"start"}), "isn't there now");
     EXPECT_EQ(home.Stored().size(), 1u);
     std::filesystem::rename(bundle + ".away", bundle);
+    Told(0, {"start"});
     Told(0, {"restart"});
     Told(0, {"stop"});
     EXPECT_EQ(home.Stored().size(), 1u);
@@ -122,6 +126,21 @@ TEST_F(ControlTest, ImportsAllOrNothing) {
         EXPECT_TRUE(home.Stored().empty());
         EXPECT_TELLS(Told(0, {"import", file, "--format", format}), "imported 5 of 5");
         EXPECT_EQ(Told(0, {"list", "--names"}), names) << format;
+    }
+}
+
+TEST_F(ControlTest, WhatCannotBeReadOrWrittenIsNoSuccess) {
+    home.WriteStore({Once("one", time(nullptr) + 3600)});
+    EXPECT_TELLS(Told(3, {"import", files.Join("absent")}), "can't be read");
+    EXPECT_TELLS(Told(3, {"import", files.Path()}), "Is a directory");
+    EXPECT_TELLS(Told(2, {"import", Write("long.ics", "BEGIN:VCALENDAR\nX:" + std::string(3'000'000, 'x'))}),
+                 "too long");
+    EXPECT_TELLS(Told(1, {"export", "/dev/full"}), "can't be written");
+    for (const char* command : {"list", "export", "status", "doctor --json"}) {
+        const std::string line = "'" + Home::ControlProgram() + "' " + command + " >/dev/full";
+        Program full({"/bin/sh", "-c", line}, home.Environment());
+        EXPECT_NE(full.AwaitEnd(), 0) << command;
+        EXPECT_TELLS(full.Output(), "No space left on device");
     }
 }
 

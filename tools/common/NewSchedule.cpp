@@ -17,7 +17,7 @@ std::string Instead(const std::string& at, time_t now) {
 
 std::string NoTimeFault(const std::string& at, time_t now) {
     const std::string instead = Instead(at, now);
-    return "no such time: " + at + (instead.empty() ? " (2026-11-30T21:05, 21:05, +90s, +15min, +2h)" : instead);
+    return "no such time: " + at + (instead.empty() ? " (2026-11-30T21:05, 21:05, +90s, +15min, +2h, +3d)" : instead);
 }
 
 std::string TooLateFault(time_t start, time_t now) {

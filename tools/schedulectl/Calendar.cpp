@@ -172,6 +172,18 @@ std::vector<size_t> EventLines(const std::string& text) {
     return lines;
 }
 
+// The first line that the parser would take minutes for; 0: none.
+size_t TooLongLine(const std::string& text) {
+    constexpr size_t kLongest = size_t{64} * 1024;
+    size_t number = 1;
+    for (size_t begin = 0; begin < text.size(); number++) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        if (end - begin > kLongest) return number;
+        begin = end + 1;
+    }
+    return 0;
+}
+
 std::string Identity(const StoredSchedule& schedule) {
     uint64_t hash = 0xCBF29CE484222325;  // FNV-1a: the same schedule gets the same identity each time
     for (const std::string* text : {&schedule.bundleId, &schedule.appPath, &schedule.name})
@@ -215,7 +227,8 @@ icalcomponent* EventOf(const StoredSchedule& schedule, time_t now) {
     const auto add = [event](icalproperty* property) { icalcomponent_add_property(event, property); };
     add(icalproperty_new_uid(Identity(schedule).c_str()));
     add(icalproperty_new_dtstamp(icaltime_from_timet_with_zone(now, 0, icaltimezone_get_utc_timezone())));
-    add(icalproperty_new_summary(schedule.name.c_str()));
+    const size_t first = schedule.name.find_first_not_of(' ');
+    add(icalproperty_new_summary(first == std::string::npos ? "-" : schedule.name.c_str()));
     if (schedule.daily || schedule.weekly) {
         // The date of the next one, with the time of day that was asked for.
         const tm date = LocalFields(NextStart(schedule, now, now).Start());
@@ -236,6 +249,10 @@ icalcomponent* EventOf(const StoredSchedule& schedule, time_t now) {
 
 ParsedFile ParseCalendar(const std::string& text, time_t now) {
     ParsedFile parsed;
+    if (const size_t line = TooLongLine(text); line != 0) {
+        parsed.faults.push_back("line " + std::to_string(line) + " is far too long for a calendar's");
+        return parsed;
+    }
     icaltimezone_set_tzid_prefix("");
     const Component calendar = Owned(icalparser_parse_string(text.c_str()));
     if (!calendar || icalcomponent_isa(calendar.get()) != ICAL_VCALENDAR_COMPONENT) {

@@ -91,6 +91,9 @@ int RunAdd(const Options& options) {
     const std::string times = wanted.name + ": start " + LocalTimeText(view.forecast.Start()) + ", launch " +
                               LocalTimeText(view.forecast.launch);
     for (const std::string& note : view.notes) output.Warning(wanted.name + ": " + note);
+    if ((schedule->daily || schedule->weekly) && schedule->start > view.forecast.Start())
+        output.Warning(wanted.name + ": begins at " + LocalTimeText(view.forecast.Start()) +
+                       " already; of a repeating one only the time of day counts");
     Record record = ScheduleRecord(view, now);
     record.emplace_back("replaces", replaces);
     record.emplace_back("added", !options.dryRun);

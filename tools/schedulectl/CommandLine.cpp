@@ -22,6 +22,7 @@ enum Takes : unsigned {
     takesTimes = 4,
     takesDryRun = 8,
     takesForce = 16,
+    takesDrop = 32,
 };
 
 struct Command {
@@ -52,9 +53,9 @@ constexpr Command commands[] = {
     {"simulate", "plays the coming days on a virtual clock", RunSimulate, takesNothing, schedules},
     {"doctor", "checks everything between a schedule and a running recorder", RunDoctor, takesNothing, helper},
     {"status", "shows whether the helper runs and serves", RunStatus, takesNothing, helper},
-    {"start", "starts the helper", RunStart, takesNothing, helper},
+    {"start", "starts the helper", RunStart, takesDrop, helper},
     {"stop", "ends the helper, unless a start is near; the schedules stay stored", RunStop, takesForce, helper},
-    {"restart", "restarts a running helper, when no start is near", RunRestart, takesForce, helper},
+    {"restart", "restarts a running helper, when no start is near", RunRestart, takesForce | takesDrop, helper},
     {"log", "shows what the helper's service logged", RunLog, takesNothing, helper},
     {"test", "asks whether the helper answers", RunTest, takesNothing, requests},
     {"handshake", "introduces the application to the helper", RunHandshake, takesApplication, requests},
@@ -66,7 +67,8 @@ constexpr Command commands[] = {
 void AddShared(CLI::App& app, const Command& command, Options& options) {
     if (command.takes & takesName) app.add_option("NAME", options.schedule.name, "the schedule's name")->required();
     if (command.takes & takesTimes) {
-        app.add_option("--at", options.schedule.at, "start: 2026-11-30T21:05, 21:05 (the next one), +90s, +15min, +2h")
+        app.add_option("--at", options.schedule.at,
+                       "start: 2026-11-30T21:05, 21:05 (the next one), +90s, +15min, +2h, +3d")
             ->required();
         auto* daily = app.add_flag("--daily", options.schedule.daily, "every day at that time of day");
         app.add_option("--weekly", options.schedule.weekly, "at that time of day on these days: mon,wed,...")
@@ -81,6 +83,9 @@ void AddShared(CLI::App& app, const Command& command, Options& options) {
             "the application's identifier (default: com.tarnwick.quillofree; of what is stored already: any)");
     }
     if (command.takes & takesDryRun) app.add_flag("--dry-run", options.dryRun, "only tells what would be done");
+    if (command.takes & takesDrop)
+        app.add_flag("--drop-missing", options.dropMissing,
+                     "also when an application isn't there: a helper that is started drops its schedules");
     if (command.takes & takesForce) app.add_flag("--force", options.force, "also when a start is near");
 }
 
@@ -175,7 +180,8 @@ std::string CommandFault(int argc, char** argv) {
     std::vector<std::string> names;
     for (const Command& command : commands) names.emplace_back(command.name);
     const auto word = std::find_if(argv + 1, argv + argc, [](const char* one) { return *one != '-'; });
-    if (word == argv + argc || std::find(names.begin(), names.end(), *word) != names.end()) return "";
+    if (word == argv + argc) return "which command? (schedulectl --help)";
+    if (std::find(names.begin(), names.end(), *word) != names.end()) return "";
     const std::string nearest = NearestName(*word, names);
     return "no command is named " + std::string(*word) +
            (nearest.empty() ? " (schedulectl --help)" : "; did you mean \"" + nearest + "\"?");
@@ -192,7 +198,10 @@ ParsedCommand ParseCommandLine(int argc, char** argv, Options& options) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return {nullptr, app.exit(error)};
         const Output output(options.style);
-        const std::string fault = CommandFault(argc, argv);
+        const bool isOfOption = dynamic_cast<const CLI::ValidationError*>(&error) ||
+                                dynamic_cast<const CLI::ConversionError*>(&error) ||
+                                dynamic_cast<const CLI::ArgumentMismatch*>(&error);
+        const std::string fault = isOfOption ? "" : CommandFault(argc, argv);
         return {nullptr, output.Error(exitUsage, fault.empty() ? error.what() : fault)};
     }
     options.timeoutMs = static_cast<uint32_t>(std::lround(timeoutSeconds * 1000));

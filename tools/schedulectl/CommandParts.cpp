@@ -38,7 +38,7 @@ ExitStatus Unreachable(const Output& output) {
     if (IsHelperRunning(StorePath()))
         return output.Error(exitUnreachable,
                             "the helper runs, but the helper serves only once Quillo runs: start Quillo, "
-                            "then the helper once more");
+                            "which starts the helper once more");
     return output.Error(exitUnreachable, "no helper runs (schedulectl start)");
 }
 

@@ -22,6 +22,7 @@ struct Options {
     bool all = false;
     bool dryRun = false;
     bool force = false;
+    bool dropMissing = false;
     bool skipRefused = false;
     bool namesOnly = false;
     bool follow = false;

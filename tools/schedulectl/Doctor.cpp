@@ -95,15 +95,20 @@ private:
     void CheckStore() {
         const std::string path = StorePath();
         struct stat info {};
+        const bool isThere = lstat(path.c_str(), &info) == 0;
+        if (isThere && (info.st_uid != geteuid() || !S_ISREG(info.st_mode)))
+            return Bad("store", path + " is a link or another user's: the helper leaves it alone, and stores nothing",
+                       "move it away, or make it a file of yours");
+        if (isThere && access(path.c_str(), R_OK) != 0)
+            return Bad("store", path + " may not be read: the helper leaves it alone, and stores nothing",
+                       "chmod 600 '" + path + "'");
         if (!overview)
             return Bad("store", path + " can't be read as a store",
                        "look at it; the helper sets a damaged one aside when it is started and begins a new one");
         if (const auto aside = SetAside(path); !aside.empty())
             return Bad("store", "a damaged one was set aside: " + aside.front(),
                        "add again what is missing, then delete that file");
-        if (lstat(path.c_str(), &info) != 0) return Good("store", "none yet: nothing was ever scheduled");
-        if (info.st_uid != geteuid() || !S_ISREG(info.st_mode))
-            return Bad("store", path + " is a link or another user's: the helper refuses it", "remove it");
+        if (!isThere) return Good("store", "none yet: nothing was ever scheduled");
         const size_t count = overview->Schedules().size();
         Good("store", std::to_string(count) + (count == 1 ? " schedule" : " schedules") + " in " + path);
     }
@@ -216,15 +221,15 @@ private:
     void CheckZone() {
         const char* const own = std::getenv("TZ");
         const std::string ours = own ? own : "", theirs = Variable("TZ");
-        if (helper && helper->pid > 0 && ours != theirs)
-            return Bad("zone",
-                       "the helper was started with TZ=\"" + theirs + "\", this session has TZ=\"" + ours + "\"",
-                       "schedulectl restart from where TZ is right");
         const std::string name = !ours.empty() && ours.front() == ':' ? ours.substr(1) : ours;
         const bool isName = name.find('/') != std::string::npos && name.front() != '/';
         if (isName && access(("/usr/share/zoneinfo/" + name).c_str(), R_OK) != 0)
             return Bad("zone", "TZ=\"" + ours + "\" is no zone: times are taken as UTC",
                        "choose one of timedatectl list-timezones");
+        if (helper && helper->pid > 0 && ours != theirs)
+            return Bad("zone",
+                       "the helper was started with TZ=\"" + theirs + "\", this session has TZ=\"" + ours + "\"",
+                       "schedulectl restart from where TZ is right");
         tm fields{};
         const time_t now = time(nullptr);
         std::array<char, 64> text{};

@@ -7,11 +7,11 @@
 #include "common/StopSignal.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iostream>
-#include <iterator>
 #include <map>
 #include <tuple>
 #include <unistd.h>
@@ -37,11 +37,15 @@ bool IsCalendar(const Options& options) {
 }
 
 std::optional<std::string> ReadAll(const std::string& path) {
-    if (path == "-") return std::string(std::istreambuf_iterator<char>(std::cin), {});
-    std::ifstream file(path, std::ios::binary);
+    FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "re");
     if (!file) return {};
-    std::string text(std::istreambuf_iterator<char>(file), {});
-    return file.bad() ? std::nullopt : std::optional(std::move(text));
+    std::string text;
+    std::array<char, 65536> part{};
+    for (size_t count; (count = std::fread(part.data(), 1, part.size(), file)) > 0;) text.append(part.data(), count);
+    const int error = std::ferror(file) ? errno : 0;
+    if (file != stdin) std::fclose(file);
+    errno = error;
+    return error != 0 ? std::nullopt : std::optional(std::move(text));
 }
 
 // Fills in what a file leaves open, and refuses what the helper would not start.
@@ -136,7 +140,6 @@ private:
 
 int RunImport(const Options& options) {
     const Output output(options.style);
-    BlockStopSignals();
     const auto text = ReadAll(options.file);
     if (!text) return output.Error(exitNotFound, options.file + " can't be read: " + std::strerror(errno));
     const bool isCalendar = IsCalendar(options) || (options.format.empty() && text->starts_with("BEGIN:VCALENDAR"));
@@ -145,9 +148,10 @@ int RunImport(const Options& options) {
     const std::vector<Wanted> all = Check(parsed, options, output, status);
     if (status != exitDone) return status;
     for (const std::string& fault : parsed.faults) output.Error(exitUsage, fault);
-    if (!parsed.faults.empty() && !options.skipRefused)
-        return output.Error(exitUsage,
-                            "nothing is imported; --skip-refused imports the other " + std::to_string(all.size()));
+    const std::string others = "; --skip-refused imports the other " + std::to_string(all.size());
+    if (!parsed.faults.empty() && (all.empty() || !options.skipRefused))
+        return output.Error(exitUsage, "nothing is imported" + (all.empty() ? "" : others));
+    BlockStopSignals();  // from here on an interruption is taken back
     if (!options.dryRun && !all.empty()) status = Import(output, options.timeoutMs).Run(all);
     if (status != exitDone) return status;
     output.Answer((options.dryRun ? "would import " : "imported ") + std::to_string(all.size()) + " of " +

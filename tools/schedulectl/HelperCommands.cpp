@@ -43,12 +43,14 @@ bool AwaitQuietTime(const Output& output) {
     }
 }
 
-// The path of an application that isn't there now: a helper that is started drops its schedules. "" when all are.
-std::string MissingApplication() {
+// Why no helper should be started now: it drops the schedules of an application that isn't there. "" when all are.
+std::string WhatAStartWouldDrop() {
     const auto overview = Overview::Now();
     if (!overview) return "";
     for (const auto& [path, bundle] : overview->Bundles())
-        if (!bundle.isThere) return path;
+        if (!bundle.isThere)
+            return path + " isn't there now, and a helper that is started drops the schedules of such an application: "
+                          "put it back first (or --drop-missing; schedulectl export keeps a copy)";
     return "";
 }
 
@@ -112,11 +114,13 @@ int RunStatus(const Options& options) {
     const auto helper = FindHelper();
     Record record = {{"runs", helper.has_value()}, {"store", StorePath()}, {"storeReadable", overview.has_value()}};
     std::vector<std::pair<std::string, Cell>> lines;
-    bool answers = false;
+    bool hangs = false;
     if (helper) {
         HelperClient client;
         const bool serves = client.Connect();
-        answers = serves && client.Ask(HelperRequest::Test(), options.timeoutMs) == HelperClient::Answer::Yes;
+        const bool answers =
+            serves && client.Ask(HelperRequest::Test(), options.timeoutMs) == HelperClient::Answer::Yes;
+        hangs = serves && !answers;
         const bool isUnit = IsUserUnitActive();
         const std::string pid = helper->pid > 0 ? ", process " + std::to_string(helper->pid) : "";
         const std::string since = helper->since > 0 ? ", since " + LocalTimeText(helper->since) : "";
@@ -148,7 +152,7 @@ int RunStatus(const Options& options) {
     }
     output.Sheet(lines, record);
     if (!overview) return exitFailure;
-    return helper ? exitDone : exitUnreachable;
+    return helper && !hangs ? exitDone : exitUnreachable;
 }
 
 int RunStart(const Options& options) {
@@ -157,6 +161,9 @@ int RunStart(const Options& options) {
         output.Answer(HelperText(*helper) + " runs already", {{"started", false}, {"pid", int64_t{helper->pid}}});
         return exitDone;
     }
+    if (!options.dropMissing)
+        if (const std::string fault = WhatAStartWouldDrop(); !fault.empty())
+            return output.Error(exitRefused, "not started: " + fault);
     const std::string what = StartHelper(options.timeoutMs);
     const auto helper = FindHelper();
     if (what.empty() || !helper)
@@ -193,13 +200,10 @@ int RunRestart(const Options& options) {
         output.Answer("no helper runs: nothing to restart", {{"restarted", false}});
         return exitDone;
     }
-    if (!options.force) {
-        if (!AwaitQuietTime(output)) return output.Error(exitRefused, "not restarted");
-        if (const std::string missing = MissingApplication(); !missing.empty())
-            return output.Error(exitRefused, "not restarted: " + missing +
-                                                 " isn't there now, and a helper that is started "
-                                                 "drops the schedules of such an application (--force)");
-    }
+    if (!options.force && !AwaitQuietTime(output)) return output.Error(exitRefused, "not restarted");
+    if (!options.dropMissing)
+        if (const std::string fault = WhatAStartWouldDrop(); !fault.empty())
+            return output.Error(exitRefused, "not restarted: " + fault);
     const auto helper = FindHelper();
     const std::string what = helper ? RestartHelper(*helper, options.timeoutMs) : StartHelper(options.timeoutMs);
     if (what.empty())

@@ -9,8 +9,16 @@ namespace {
 
 // A schedule that nobody will start is no news to programs, but to people.
 void WarnWithoutHelper(const Overview& overview, const Output& output) {
+    if (overview.Schedules().empty()) output.Warning("nothing is stored (schedulectl add)");
     if (!overview.Helper() && !overview.Schedules().empty())
         output.Warning("no helper runs: nothing of this will be started (schedulectl start)");
+}
+
+std::vector<std::string> NamesOf(const Overview& overview) {
+    std::vector<std::string> names;
+    names.reserve(overview.Schedules().size());
+    for (const ScheduleView& view : overview.Schedules()) names.push_back(view.schedule.name);
+    return names;
 }
 
 std::vector<std::pair<std::string, Cell>> SheetOf(const ScheduleView& view, time_t now) {
@@ -38,7 +46,7 @@ int RunList(const Options& options) {
     const auto overview = Overview::Now();
     if (!overview) return UnreadableStore(output);
     if (options.namesOnly) {
-        for (const ScheduleView& view : overview->Schedules()) output.Raw(Printable(view.schedule.name) + "\n");
+        output.Names(NamesOf(*overview));
         return exitDone;
     }
     const auto& views = overview->Schedules();

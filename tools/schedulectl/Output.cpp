@@ -17,6 +17,7 @@ constexpr int kSchema = 1;
 constexpr size_t kGap = 2;  // blanks between columns
 
 void PrintLine(FILE* stream, const std::string& line) {
+    if (stream == stderr) std::fflush(stdout);  // in the order in which it was said
     std::fwrite(line.data(), 1, line.size(), stream);
     std::fputc('\n', stream);
 }
@@ -157,6 +158,13 @@ void Output::Sheet(const std::vector<std::pair<std::string, Cell>>& lines, Recor
 void Output::Event(const std::string& sentence, Record members) const {
     PrintLine(stdout, style.json ? JsonText(std::move(members)) : Printable(sentence));
     std::fflush(stdout);
+}
+
+void Output::Names(const std::vector<std::string>& names) const {
+    if (style.json) return PrintLine(stdout, JsonText({{"names", names}}));
+    const bool isTerminal = isatty(STDOUT_FILENO) == 1;
+    for (const std::string& name : names)
+        PrintLine(stdout, isTerminal || name.find('\n') != std::string::npos ? Printable(name) : name);
 }
 
 void Output::Raw(const std::string& bytes) const {

@@ -52,6 +52,8 @@ public:
     void Sheet(const std::vector<std::pair<std::string, Cell>>& lines, Record members) const;
     // One thing of a stream: out at once.
     void Event(const std::string& sentence, Record members) const;
+    // A line each. As they are where no terminal could be steered by them, so that scripts can use them.
+    void Names(const std::vector<std::string>& names) const;
     // Bytes as they are.
     void Raw(const std::string& bytes) const;
 

@@ -183,7 +183,7 @@ bool AddSleep(const std::string& text, Plan& plan) {
     if (dots == std::string::npos) return false;
     const std::string from = text.substr(0, dots), to = text.substr(dots + 2);
     auto begin = ParseStartTime(from, plan.begin);
-    if (!begin) return false;
+    if (!begin || from == to) return false;
     do {
         const auto end = ParseStartTime(to, *begin);
         if (!end || *end <= *begin) return false;

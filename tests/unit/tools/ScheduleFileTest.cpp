@@ -88,7 +88,7 @@ TEST_F(ScheduleFileTest, RefusesWhatItCannotKeepWithItsLine) {
 TEST_F(ScheduleFileTest, NamesComeBackFromACalendar) {
     std::vector<StoredSchedule> stored, left;
     for (const char* name : {"plain", "comma, semicolon; back\\slash", "\"quotes\" 'n' `more`", "שלום עולם",
-                             "😀👍🏽 日本語", " blanks %20 ", "BEGIN:VEVENT",
+                             "😀👍🏽 日本語", " blanks %20 ", "   ", "BEGIN:VEVENT",
                              "naïve = 100 %: a long one that has to be folded over several lines "
                              "of the file because it has far more than 75 bytes ÄÖÜ ÄÖÜ ÄÖÜ"})
         stored.push_back({"com.tarnwick.quillofree", "/opt/a b;c,d/Quillo.app", name, now + 3590, false, false, 0});
