@@ -79,7 +79,7 @@ public:
 private:
     static constexpr int kMaxThreads = 64;
     static constexpr int kPlaces = 48;
-    static constexpr int kSpareThreads = 4;
+    static constexpr int kSpareThreads = 2;
     static constexpr int kIdleMs = 1'000;
 
     EventPool();
