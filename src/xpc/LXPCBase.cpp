@@ -74,8 +74,12 @@ void LXPCBase::SendMessage(long connection, const LList<LXPCDataListable>& items
     if (!target) return;
     const LXPCObjectRef message(xpc_dictionary_create(nullptr, nullptr, 0));
     SetXPCDictionary(message.get(), items);
-    if (!withReply) return SendAndTell(target.get(), message.get());
-    xpc_connection_send_message_with_reply(target.get(), message.get(), dispatch_get_main_queue(),
+    Send(target.get(), message.get(), withReply);
+}
+
+void LXPCBase::Send(xpc_connection_t connection, xpc_object_t message, bool withReply) {
+    if (!withReply) return SendAndTell(connection, message);
+    xpc_connection_send_message_with_reply(connection, message, dispatch_get_main_queue(),
                                            [this, gate = token.Gate()](xpc_object_t reply) {
                                                LCallbackScope scope(gate);
                                                if (scope) HandleEvent(reply, true);

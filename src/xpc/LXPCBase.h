@@ -34,6 +34,7 @@ protected:
     // Installs the event handler on the connection, then resumes it if it is suspended.
     void SetupConnectionHandlerAndResume(LXPCConnection& c);
     void DestroyConnections();
+    void Send(xpc_connection_t connection, xpc_object_t message, bool withReply);
 
     LXPCEventNotify* const pNotify;
     LCallbackToken token;

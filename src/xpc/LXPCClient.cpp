@@ -60,7 +60,7 @@ void LXPCClient::SendMessage(const char* serviceName, unsigned long id, const LX
         if (!it) return;
         connection.reset(xpc_retain(it->hConnection));
     }
-    LList<LXPCDataListable> list;
-    for (unsigned long i = 0; i < count; i++) list.Add(new LXPCDataListable{items[i]});
-    LXPCBase::SendMessage(reinterpret_cast<long>(connection.get()), list, withReply);
+    const LXPCObjectRef message(xpc_dictionary_create(nullptr, nullptr, 0));
+    for (unsigned long i = count; i-- > 0;) SetXPCItem(message.get(), items[i]);
+    Send(connection.get(), message.get(), withReply);
 }

@@ -28,39 +28,6 @@ long FromPointer(const void* pointer) {
     return reinterpret_cast<long>(pointer);
 }
 
-void SetItem(xpc_object_t dictionary, const LXPCData& item) {
-    const long value = item.nValue;
-    const bool noPointer = value == 0 || value == -1;
-    const auto* const pointer = reinterpret_cast<const char*>(value);
-    switch (item.type) {
-    case xpcDataBool:
-        return xpc_dictionary_set_bool(dictionary, item.szName, value != 0);
-    case xpcDataInt64:
-        return xpc_dictionary_set_int64(dictionary, item.szName, value);
-    case xpcDataUInt64:
-        return xpc_dictionary_set_uint64(dictionary, item.szName, static_cast<uint64_t>(value));
-    case xpcDataDouble:
-        return xpc_dictionary_set_double(dictionary, item.szName, static_cast<double>(value));
-    case xpcDataDate:
-        return xpc_dictionary_set_date(dictionary, item.szName, value);
-    case xpcDataData:
-        if (!noPointer || (value == 0 && item.nSize == 0))
-            xpc_dictionary_set_data(dictionary, item.szName, pointer, item.nSize);
-        return;
-    case xpcDataUUID:
-        if (!noPointer)
-            xpc_dictionary_set_uuid(dictionary, item.szName, reinterpret_cast<const unsigned char*>(pointer));
-        return;
-    case xpcDataString:
-        if (!noPointer) xpc_dictionary_set_string(dictionary, item.szName, pointer);
-        return;
-    case xpcDataFD:
-        return xpc_dictionary_set_fd(dictionary, item.szName, static_cast<int>(value));
-    case xpcDataNone:
-        return;
-    }
-}
-
 // The value of a key that the dictionary holds; `size` is preset to 0.
 long GetValue(xpc_object_t dictionary, const LXPCDictionaryKeyListable& key, size_t& size) {
     switch (key.type) {
@@ -99,9 +66,42 @@ LXPCDataListable* CreateXPCData(const LXPCDictionaryKeyListable& key, long value
     return item.release();
 }
 
+void SetXPCItem(void* target, const LXPCData& item) {
+    const auto dictionary = static_cast<xpc_object_t>(target);
+    const long value = item.nValue;
+    const bool noPointer = value == 0 || value == -1;
+    const auto* const pointer = reinterpret_cast<const char*>(value);
+    switch (item.type) {
+    case xpcDataBool:
+        return xpc_dictionary_set_bool(dictionary, item.szName, value != 0);
+    case xpcDataInt64:
+        return xpc_dictionary_set_int64(dictionary, item.szName, value);
+    case xpcDataUInt64:
+        return xpc_dictionary_set_uint64(dictionary, item.szName, static_cast<uint64_t>(value));
+    case xpcDataDouble:
+        return xpc_dictionary_set_double(dictionary, item.szName, static_cast<double>(value));
+    case xpcDataDate:
+        return xpc_dictionary_set_date(dictionary, item.szName, value);
+    case xpcDataData:
+        if (!noPointer || (value == 0 && item.nSize == 0))
+            xpc_dictionary_set_data(dictionary, item.szName, pointer, item.nSize);
+        return;
+    case xpcDataUUID:
+        if (!noPointer)
+            xpc_dictionary_set_uuid(dictionary, item.szName, reinterpret_cast<const unsigned char*>(pointer));
+        return;
+    case xpcDataString:
+        if (!noPointer) xpc_dictionary_set_string(dictionary, item.szName, pointer);
+        return;
+    case xpcDataFD:
+        return xpc_dictionary_set_fd(dictionary, item.szName, static_cast<int>(value));
+    case xpcDataNone:
+        return;
+    }
+}
+
 void SetXPCDictionary(void* dictionary, const LList<LXPCDataListable>& items) {
-    for (LListIterator<LXPCDataListable> item(items); item; item.Next())
-        SetItem(static_cast<xpc_object_t>(dictionary), *item);
+    for (LListIterator<LXPCDataListable> item(items); item; item.Next()) SetXPCItem(dictionary, *item);
 }
 
 void GetXPCDictionary(void* dictionary, const LList<LXPCDictionaryKeyListable>& keys, LList<LXPCDataListable>& items) {

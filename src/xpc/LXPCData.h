@@ -36,8 +36,10 @@ struct LXPCDictionaryKeyListable {
 // A new item (the caller's) with the key's name and type.
 LXPCDataListable* CreateXPCData(const LXPCDictionaryKeyListable& key, long value, unsigned long size);
 
-// Writes the items into an XPC dictionary, in the list's order; items without a type, and texts, data and UUIDs without
-// a pointer (0 or -1), are skipped. Of two items with one name the later one stays.
+// Writes an item into an XPC dictionary, in the place of an earlier one of its name. An item without a type is skipped,
+// and so is a text, data or UUID without a pointer (0 or -1).
+void SetXPCItem(void* dictionary, const LXPCData& item);
+// Writes the items, in the list's order.
 void SetXPCDictionary(void* dictionary, const LList<LXPCDataListable>& items);
 
 // Adds one item at the front of `items` for every key that the dictionary holds. Since keys are registered at the
