@@ -9,17 +9,21 @@
 #include <dispatch/pump.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sched.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #ifdef HAVE_SDBUS
 #include <systemd/sd-bus.h>
@@ -157,6 +161,128 @@ void RawConnections(const std::string& folder) {
     close(listener);
 }
 
+// --- the calls that a request and a connection can't do without ------------------------------------------------------
+
+// Both ends wait for any of many sockets, messages go out in two parts and come in with room for descriptors.
+void SendParts(int fd, char* bytes) {
+    constexpr size_t kHead = 24;
+    iovec parts[] = {{bytes, kHead}, {bytes + kHead, kRawMessage - kHead}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    if (sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT) != ssize_t{kRawMessage}) Die("sendmsg");
+}
+
+bool ReceiveParts(int fd, char* bytes) {
+    iovec part{bytes, 16 * 1024};
+    alignas(cmsghdr) char control[CMSG_SPACE(64 * sizeof(int))];
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    return recvmsg(fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) == ssize_t{kRawMessage};
+}
+
+void Watch(int events, int fd) {
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLRDHUP | EPOLLET;
+    event.data.fd = fd;
+    if (epoll_ctl(events, EPOLL_CTL_ADD, fd, &event) != 0) Die("epoll_ctl");
+}
+
+int Ready(int events) {
+    epoll_event event;
+    return epoll_wait(events, &event, 1, -1) == 1 ? event.data.fd : -1;
+}
+
+// Answers on every socket of the set; closes those that end.
+[[noreturn]] void AnswerAll(int events) {
+    static char bytes[16 * 1024];
+    for (;;) {
+        const int fd = Ready(events);
+        if (ReceiveParts(fd, bytes))
+            SendParts(fd, bytes);
+        else
+            close(fd);
+    }
+}
+
+void FloorOfRequests() {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) Die("socketpair");
+    const pid_t server = Child([&] {
+        const int events = epoll_create1(EPOLL_CLOEXEC);
+        Watch(events, ends[1]);
+        AnswerAll(events);
+    });
+    const int events = epoll_create1(EPOLL_CLOEXEC);
+    Watch(events, ends[0]);
+    static char bytes[16 * 1024];
+    bench::Timed(
+        "floor.request", "us", 20'000, 1,
+        [&] {
+            SendParts(ends[0], bytes);
+            if (Ready(events) < 0 || !ReceiveParts(ends[0], bytes)) Die("reply");
+        },
+        "raw.request", kRequests / 20);
+    for (const int fd : {events, ends[0], ends[1]}) close(fd);
+    End(server);
+}
+
+// The server's main thread accepts, looks who it is, and leaves the rest to another; so does the client, which first
+// looks whose the folder and the socket are, with telling its owner of the end.
+void FloorOfConnections(const std::string& folder) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, (folder + "/floor").c_str(), sizeof address.sun_path - 1);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener, 64) != 0)
+        Die("listen");
+    ucred peer;
+    socklen_t size = sizeof peer;
+    const pid_t server = Child([&] {
+        const int arrivals = epoll_create1(EPOLL_CLOEXEC), events = epoll_create1(EPOLL_CLOEXEC);
+        std::thread(AnswerAll, events).detach();
+        epoll_event event{EPOLLIN, {.fd = listener}};
+        epoll_ctl(arrivals, EPOLL_CTL_ADD, listener, &event);
+        while (Ready(arrivals) == listener) {
+            const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+            getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+            Watch(events, fd);
+        }
+    });
+    const int events = epoll_create1(EPOLL_CLOEXEC), ended = eventfd(0, EFD_CLOEXEC);
+    std::thread([&] {
+        for (eventfd_t count; eventfd_read(ended, &count) == 0 && count < 1'000'000;) {
+        }
+    }).detach();
+    static char bytes[16 * 1024];
+    bench::Timed(
+        "floor.connection", "us", 3'000, 1,
+        [&] {
+            struct stat status;
+            const int opened = open(folder.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_DIRECTORY);
+            fstat(opened, &status);
+            fstatat(opened, "floor", &status, AT_SYMLINK_NOFOLLOW);
+            std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/floor", opened);
+            const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+            if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) Die("connect");
+            getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+            close(opened);
+            Watch(events, fd);
+            SendParts(fd, bytes);
+            if (Ready(events) != fd || !ReceiveParts(fd, bytes)) Die("reply");
+            close(fd);
+            eventfd_write(ended, 1);
+        },
+        "raw.connection");
+    End(server);
+    eventfd_write(ended, 1'000'000);
+    close(listener);
+    close(events);
+}
+
 // --- the library's endpoints -----------------------------------------------------------------------------------------
 
 long Text(const char* text) {
@@ -266,6 +392,7 @@ public:
         dispatch_pump_main([&] { return left == 0; }, 0xFFFFFFFF);
         samples.Print("xpc.request", "us", "raw.request");
         samples.Print("xpc.request_beside_bus", "us", "bus.request");
+        samples.Print("xpc.request_beside_floor", "us", "floor.request");
     }
 
     void OneWay() {
@@ -296,6 +423,7 @@ public:
         ask();
         dispatch_pump_main([&] { return left == 0; }, 0xFFFFFFFF);
         samples.Print("xpc.connection", "us", "raw.connection");
+        samples.Print("xpc.connection_beside_floor", "us", "floor.connection");
     }
 
 private:
@@ -456,8 +584,10 @@ int main() {
     std::string folder = std::filesystem::temp_directory_path() / "bench.XXXXXX";
     if (!mkdtemp(folder.data())) Die("mkdtemp");
     RawRequests();
+    FloorOfRequests();
     RawOneWay();
     RawConnections(folder);
+    FloorOfConnections(folder);
     Bus();
     Endpoints(folder);
     std::filesystem::remove_all(folder);
