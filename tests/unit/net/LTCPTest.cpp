@@ -5,9 +5,12 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <climits>
 #include <functional>
+#include <malloc.h>
 #include <memory>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
@@ -23,6 +26,22 @@ public:
     bool IsToStop() override { return stop; }
     std::atomic<bool> stop{false};
 };
+
+// Asks to stop from one of its questions on.
+class StoppingAt : public LProcessInterfaceVoid {
+public:
+    explicit StoppingAt(int question = INT_MAX) : last(question) {}
+    bool IsToStop() override { return ++asked >= last; }
+    int last;
+    int asked = 0;
+};
+
+// More than the system keeps for a peer that doesn't read.
+std::string LongText() {
+    std::string text(20'000'000, ' ');
+    for (size_t i = 0; i < text.size(); i++) text[i] = static_cast<char>(i * 31 + i / 251);
+    return text;
+}
 
 uint16_t PortOf(int socket) {
     sockaddr_in name{};
@@ -140,8 +159,8 @@ TEST(ProcessRecv, WhatHasComeAndNoMore) {
 
 TEST(ProcessSend, AllOfItInOrderUnlessThePeerIsGoneOrSleeps) {
     Pair pair;
-    std::string sent(20'000'000, ' '), received(sent.size(), ' ');
-    for (size_t i = 0; i < sent.size(); i++) sent[i] = static_cast<char>(i * 31 + i / 251);
+    const std::string sent = LongText();
+    std::string received(sent.size(), ' ');
     std::thread reader([&] {
         for (size_t done = 0; done < received.size();) {
             const ssize_t more = ::recv(pair.other.Get(), received.data() + done, received.size() - done, 0);
@@ -153,11 +172,52 @@ TEST(ProcessSend, AllOfItInOrderUnlessThePeerIsGoneOrSleeps) {
     reader.join();
     EXPECT_EQ(received, sent);
     EXPECT_EQ(ProcessSend(pair.process, pair.mine, sent.data(), sent.size(), 0), processFailed);  // nobody reads
+    int queued = 0;
+    ::ioctl(pair.mine.Descriptor(), TIOCOUTQ, &queued);
+    EXPECT_LE(queued, 2 * 32'768);  // and nobody keeps more than this for it
+    StoppingAt second(2);
+    EXPECT_EQ(ProcessSend(second, pair.mine, sent.data(), sent.size(), kLong), processStopped);
+    EXPECT_EQ(second.asked, 2);
     pair.other.Reset();
     EXPECT_EQ(ProcessSend(pair.process, pair.mine, sent.data(), sent.size(), kLong), processFailed);
     EXPECT_EQ(ProcessSend(pair.process, LIPSocketTCPRef(-1), sent.data(), 1, kLong), processFailed);
     pair.process.stop = true;
     EXPECT_EQ(ProcessSend(pair.process, pair.mine, sent.data(), 1, kLong), processStopped);
+}
+
+// There is always something to read then: no wait ever comes to an end and asks. Memory stays as it is, other peers are
+// heard in between, and no byte is read once the answer was to stop.
+TEST(ProcessRecv, APeerThatSendsWithoutEnd) {
+    const size_t kPiece = 100'000;
+    Pair flooding, quiet;
+    const std::string text = LongText();
+    std::thread flood([&] {
+        for (ssize_t more = 0, sent = 0; more >= 0; sent = (sent + more) % static_cast<ssize_t>(text.size()))
+            more = ::send(flooding.other.Get(), &text[static_cast<size_t>(sent)],
+                          text.size() - static_cast<size_t>(sent), MSG_NOSIGNAL);
+    });
+    StoppingAt process;
+    std::string piece(kPiece, ' ');
+    const size_t memoryBefore = mallinfo2().uordblks + mallinfo2().hblkhd;
+    for (size_t at = 0; at + kPiece <= text.size() && !testing::Test::HasFailure(); at += kPiece) {
+        EXPECT_EQ(ProcessRecvBytes(process, flooding.mine, piece.data(), kPiece, kLong), processDone);
+        EXPECT_TRUE(text.compare(at, kPiece, piece) == 0) << at;
+        quiet.Come("x");
+        EXPECT_EQ(ProcessRecvBytes(process, quiet.mine, piece.data(), 1, kLong), processDone);
+    }
+    EXPECT_LT(mallinfo2().uordblks + mallinfo2().hblkhd, memoryBefore + kPiece);
+    const auto waiting = [&] {
+        int bytes = 0;
+        return ::ioctl(flooding.mine.Descriptor(), FIONREAD, &bytes) == 0 ? bytes : INT_MAX;
+    };
+    while (waiting() < 100) std::this_thread::yield();
+    int count = 0;
+    unsigned char byte = 0;
+    process.last = process.asked + 3;
+    for (; count < 100 && ProcessRecvByte(process, flooding.mine, byte, kLong) == processDone; count++) continue;
+    EXPECT_EQ(count, 2);
+    flooding.mine.Close();
+    flood.join();
 }
 
 TEST(LTCPListener, HandsOverOneConnectionAfterTheOther) {
