@@ -32,6 +32,8 @@ public:
 
     bool IsOpen() const { return pFolder != nullptr; }
     const char* CurrentName() const { return currentEntry.d_name; }
+    // Surely a regular file; some file systems don't tell.
+    bool IsCurrentRegular() const { return currentEntry.d_type == DT_REG; }
     const char* Folder() const { return folderPath; }
 
     // The current entry's path in `dst`. False if it has more than 259 bytes: it would name something else then.

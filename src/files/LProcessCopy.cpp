@@ -49,11 +49,14 @@ bool ClearWay(const char* destination, const struct stat& source) {
     return !isLink || ::unlink(destination) == 0;
 }
 
-// A file that is empty anyway isn't cut: ext4 would write it out as soon as it is closed, as one whose content is being
-// replaced, and a copy of many files would take three times as long.
-LDescriptor OpenDestination(const char* path) {
+// Most copies are new files, whose way needs no clearing. One that is empty anyway isn't cut: ext4 would write it out
+// as soon as it is closed, as one whose content is being replaced, and a copy of many files would take three times as
+// long.
+LDescriptor OpenDestination(const char* path, const struct stat& source) {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW;
     struct stat status {};
-    LDescriptor file = Open(path, O_RDWR | O_CREAT | O_NOFOLLOW, LOCK_EX, status);
+    LDescriptor file = Open(path, kFlags | O_EXCL, LOCK_EX, status);
+    if (!file && ClearWay(path, source)) file = Open(path, kFlags, LOCK_EX, status);
     if (file && status.st_size > 0 && ::ftruncate(file.Get(), 0) != 0) file.Reset();
     return file;
 }
@@ -92,14 +95,14 @@ struct Place {
     std::string folder, name;
 };
 
-// Calls visit(name) for each entry until one gives another result than processDone.
+// Calls visit(name, isRegularFile) for each entry until one gives another result than processDone.
 template <class Visit>
 int ForEachEntry(const char* folder, Visit visit) {
     LFile::FolderIteratorAllFiles entries;
     for (bool more = entries.Open(folder, "*"); more; more = entries.Next()) {
         const std::string_view name = entries.CurrentName();
         if (name == "." || name == "..") continue;
-        if (const int result = visit(entries.CurrentName())) return result;
+        if (const int result = visit(entries.CurrentName(), entries.IsCurrentRegular())) return result;
     }
     return processDone;
 }
@@ -113,13 +116,13 @@ int CopyLinkToFolder(const char* source, const char* destination) {
 int CopyTree(LProcessInterface& process, const struct stat& root, const char* source, const char* destination);
 
 int CopyEntry(LProcessInterface& process, const struct stat& root, const char* sourceFolder,
-              const char* destinationFolder, const char* name) {
+              const char* destinationFolder, const char* name, bool isFile) {
     char source[LTextBufferSize], destination[LTextBufferSize];
     if (!LFile::FolderIterator::_JoinEntry(source, sourceFolder, name) ||
         !LFile::FolderIterator::_JoinEntry(destination, destinationFolder, name))
         return processFailed;
     struct stat status {};
-    if (::stat(source, &status) != 0 || !S_ISDIR(status.st_mode))
+    if (isFile || ::stat(source, &status) != 0 || !S_ISDIR(status.st_mode))
         return Process(process, LProcessCopyFile{source, destination});
     if (!IsFolderItself(source)) return CopyLinkToFolder(source, destination);
     // A folder that was there before may lead back into the source.
@@ -129,11 +132,11 @@ int CopyEntry(LProcessInterface& process, const struct stat& root, const char* s
 
 int CopyTree(LProcessInterface& process, const struct stat& root, const char* source, const char* destination) {
     int count = 0, index = 0;
-    ForEachEntry(source, [&](const char*) { return ++count, processDone; });
-    return ForEachEntry(source, [&](const char* name) {
+    ForEachEntry(source, [&](const char*, bool) { return ++count, processDone; });
+    return ForEachEntry(source, [&](const char* name, bool isFile) {
         const auto entries = static_cast<float>(count);
         LProcessInterfaceSubProcess step(process, static_cast<float>(index++) / entries, 1 / entries);
-        return CopyEntry(step, root, source, destination, name);
+        return CopyEntry(step, root, source, destination, name, isFile);
     });
 }
 
@@ -147,8 +150,8 @@ int Process(LProcessInterface& process, const LProcessCopyFile& job) {
     if (!IsPath(job.source) || !IsPath(job.destination) || place.folder.empty()) return processFailed;
     struct stat status {};
     const LDescriptor from = Open(job.source, O_RDONLY, LOCK_SH, status);
-    if (!from || !ClearWay(job.destination, status)) return processFailed;
-    LDescriptor to = OpenDestination(job.destination);
+    if (!from) return processFailed;
+    LDescriptor to = OpenDestination(job.destination, status);
     if (!to) return processFailed;
     int result = CopyChunks(process, from.Get(), to.Get(), static_cast<uint64_t>(status.st_size));
     if (result == processDone) CarryTimeOver(status, to.Get());
