@@ -40,17 +40,20 @@ void LDetachedThreadsOwner::StopThreadsSoon() {
 
 void LDetachedThreadsOwner::StopThreadsNow() {
     StopThreadsSoon();
-    while (LDetachedThread* const thread = TakeOne()) {
-        thread->StopThreadSoon();
-        thread->WaitForEnd();
-        { LMutexLock untilItHasSignalled(lock); }
-        delete thread;
-    }
+    while (LDetachedThread* const thread = TakeOne()) StopAndDelete(thread);
     // Those that took themselves off the list delete themselves.
     LMutexLock guard(lock);
     std::unique_lock waiting(lock.Native(), std::adopt_lock);
     left.wait(waiting, [this]() L_NO_THREAD_SAFETY_ANALYSIS { return inside == 0; });
     waiting.release();
+}
+
+// Of one that is off the list.
+void LDetachedThreadsOwner::StopAndDelete(LDetachedThread* thread) {
+    thread->StopThreadSoon();
+    thread->WaitForEnd();
+    { LMutexLock untilItHasSignalled(lock); }
+    delete thread;
 }
 
 // Off the list, so that it is this caller's to delete; null when none but the calling thread is left.
@@ -61,19 +64,21 @@ LDetachedThread* LDetachedThreadsOwner::TakeOne() {
     return threads.Detach(it);
 }
 
-bool LDetachedThreadsOwner::Unlink(const LDetachedThread* thread) {
+LListIterator<LDetachedThread> LDetachedThreadsOwner::Find(const LDetachedThread* thread) const {
     LListIterator<LDetachedThread> it(threads);
     while (it && it.Get() != thread) it.Next();
-    return threads.Detach(it) != nullptr;
+    return it;
 }
 
 void LDetachedThreadsOwner::Destruct(LDetachedThread* thread) {
-    bool isListed;
     {
         LMutexLock guard(lock);
-        isListed = Unlink(thread);
+        auto it = Find(thread);
+        if (!it) return;
+        if (it->IsCallers()) return it->StopThreadSoon();
+        threads.Detach(it);
     }
-    if (isListed) delete thread;
+    StopAndDelete(thread);
 }
 
 // A thread that has been taken off the list is somebody else's as soon as its finished signal is set. So both happen
@@ -83,7 +88,8 @@ void LDetachedThreadsOwner::End(LDetachedThread* thread) {
     {
         LMutexLock guard(lock);
         inside++;
-        isListed = Unlink(thread);
+        auto it = Find(thread);
+        isListed = threads.Detach(it) != nullptr;
         thread->finishedSignal.Signal();
     }
     if (isListed) delete thread;

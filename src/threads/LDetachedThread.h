@@ -46,12 +46,14 @@ public:
     void StopThreadsSoon();
     // Asks all to stop; returns when each has ended and is deleted. From one of their bodies: all but that one.
     void StopThreadsNow();
-    // Deletes a thread that is still listed; does nothing for another one.
+    // Asks a thread that is still listed to stop, and deletes it when it has ended; does nothing for another one. From
+    // its own body it only asks.
     void Destruct(LDetachedThread* thread);
 
 private:
     friend class LDetachedThread;
-    bool Unlink(const LDetachedThread* thread) L_REQUIRES(lock);
+    LListIterator<LDetachedThread> Find(const LDetachedThread* thread) const L_REQUIRES(lock);
+    void StopAndDelete(LDetachedThread* thread);
     LDetachedThread* TakeOne();
     void End(LDetachedThread* thread);
 

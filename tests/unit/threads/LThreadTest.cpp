@@ -141,6 +141,7 @@ TEST(LDetachedThread, GoesByItselfOrWithItsOwner) {
         auto* const thread = new Detached(alive, std::move(body));
         owner.AddThread(thread);
         thread->StartDetached(owner, 31);
+        return thread;
     };
     const auto untilStopped = [&](LThread& self) {
         UntilStopped(self);
@@ -153,6 +154,10 @@ TEST(LDetachedThread, GoesByItselfOrWithItsOwner) {
     EXPECT_EQ(alive, 0);
     EXPECT_EQ(ended, 3);
     owner.Destruct(nullptr);
+    owner.Destruct(start(untilStopped));
+    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(ended, 4);
+    start([&](Detached& self) { owner.Destruct(&self); });  // its own goes once it has ended
 
     // Ends of all kinds side by side; one stops all others, and goes on.
     for (int i = 0; i < 200; i++) {
