@@ -42,6 +42,8 @@ public:
         MainQueue::Shared().Events().Remove(socket->copy.Get());
     }
 
+    bool IsAdded() const { return isAdded; }
+
 private:
     CFSocketRef const socket;
     bool isAdded = false;
@@ -76,6 +78,10 @@ CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef, CFSocketRef socke
 
 void CFRunLoopAddSource(CFRunLoopRef, CFRunLoopSourceRef source, CFStringRef) {
     if (source) source->watcher->Start();
+}
+
+bool CFRunLoopContainsSource(CFRunLoopRef, CFRunLoopSourceRef source, CFStringRef) {
+    return source && source->watcher->IsAdded();
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef, CFRunLoopSourceRef source, CFStringRef) {

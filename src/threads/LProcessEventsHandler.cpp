@@ -75,8 +75,8 @@ public:
     WakeUps(const WakeUps&) = delete;
     WakeUps& operator=(const WakeUps&) = delete;
 
-    // Without the wake-ups that there was no room for, the wait looks from time to time.
-    EventTimeout Slice(EventTimeout seconds) const { return isWhole ? seconds : std::min(seconds, kSlice); }
+    // Not: there was no room for some of them, and the wait has to look from time to time.
+    bool IsWhole() const { return isWhole; }
 
 private:
     static CFRunLoopRef Loop() { return GetCFRunLoopFromEventLoop(GetMainEventLoop()); }
@@ -86,10 +86,9 @@ private:
         pair.socket = CFSocketCreateWithNative(kCFAllocatorDefault, descriptor, kCFSocketReadCallBack,
                                                LProcessEventsHandler::SocketCallBack, nullptr);
         pair.source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, pair.socket, 0);
-        isWhole = isWhole && pair.source;
-        if (!pair.source) return;
         CFRunLoopAddSource(Loop(), pair.source, kCFRunLoopDefaultMode);
-        pairs[count++] = pair;
+        isWhole = isWhole && CFRunLoopContainsSource(Loop(), pair.source, kCFRunLoopDefaultMode);
+        if (pair.source) pairs[count++] = pair;
     }
 
     LArray<LSocketLoopSourcePair> pairs;
@@ -100,11 +99,13 @@ private:
 template <class IsSet>
 int WaitFor(const LProcessEventsHandler& owner, const WakeUps& wakeUps, const IsSet& isSet, unsigned int milliseconds) {
     assert(LIsMainThread());
+    const bool isEndless = milliseconds == kSignalNoTimeOut;
     const int64_t end = NowMs() + milliseconds;
-    for (int64_t left = milliseconds; left > 0; left = end - NowMs()) {
+    for (int64_t left = milliseconds; left > 0; left = isEndless ? left : end - NowMs()) {
         if (isSet()) return waitSet;
         if (owner.IsProcessEventHandlerToStop()) return waitStopped;
-        FetchAndDispatch(wakeUps.Slice(static_cast<double>(left) / 1'000));
+        const EventTimeout seconds = static_cast<double>(left) / 1'000;
+        FetchAndDispatch(isEndless || !wakeUps.IsWhole() ? std::min(seconds, kSlice) : seconds);
     }
     return waitTimedOut;
 }
@@ -131,20 +132,13 @@ int LProcessEventsHandler::ProcessWaitAndProcessEvents(unsigned int milliseconds
 }
 
 int LProcessEventsHandler::ProcessWaitSignalAndProcessEvents(LSignalObjectRef object, unsigned int milliseconds) {
-    if (milliseconds == kSignalNoTimeOut) return ProcessWaitSignalForeverAndProcessEvents(object);
     const WakeUps wakeUps(object.ReadDescriptor());
     return WaitFor(
         *this, wakeUps, [&] { return object.IsSignaled(); }, milliseconds);
 }
 
 int LProcessEventsHandler::ProcessWaitSignalForeverAndProcessEvents(LSignalObjectRef object) {
-    assert(LIsMainThread());
-    const WakeUps wakeUps(object.ReadDescriptor());
-    while (!object.IsSignaled()) {
-        if (IsProcessEventHandlerToStop()) return waitStopped;
-        FetchAndDispatch(kSlice);
-    }
-    return waitSet;
+    return ProcessWaitSignalAndProcessEvents(object, kSignalNoTimeOut);
 }
 
 int LProcessEventsHandler::ProcessWaitSignalObjectGroupAndProcessEvents(LSignalObjectGroup& group,

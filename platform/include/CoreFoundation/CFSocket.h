@@ -25,6 +25,7 @@ CFSocketNativeHandle CFSocketGetNative(CFSocketRef socket);
 CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef allocator, CFSocketRef socket, CFIndex order);
 
 // While it is added, the call-back is called once in each fetch of an event during which the descriptor can be read.
-// Nothing is read.
+// Nothing is read. A source that the system has no room for isn't added.
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFStringRef mode);
+bool CFRunLoopContainsSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFStringRef mode);
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFStringRef mode);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bsd/LDescriptor.h>
 #include <dispatch/pump.h>
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <sys/epoll.h>
 #include <thread>
 #include <vector>
 
@@ -86,6 +88,20 @@ double ProcessorSeconds() {
     ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
     return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
+
+// An object that the main thread's set refuses: the last of a chain of sets, each in the next.
+struct Chain : LSignalObjectRef {
+    explicit Chain(const LSignalObject& object) {
+        readDescriptor = object.ReadDescriptor();
+        for (LDescriptor& set : sets) {
+            set.Reset(::epoll_create1(EPOLL_CLOEXEC));
+            epoll_event event{EPOLLIN, {}};
+            EXPECT_EQ(::epoll_ctl(set.Get(), EPOLL_CTL_ADD, readDescriptor, &event), 0);
+            readDescriptor = set.Get();
+        }
+    }
+    LDescriptor sets[5];
+};
 
 class Elapsed {
 public:
@@ -258,6 +274,8 @@ TEST(ProcessEvents, ASignalEndsTheWaitAtOnceAndStaysSet) {
     signalDuring([&] { return ProcessWaitSignalObjectAndProcessEvents(object, kLong); });
     signalDuring([&] { return ProcessWaitSignalObjectAndProcessEvents(object); });
     signalDuring([&] { return ProcessWaitSignalObjectGroupAndProcessEvents(group, kLong); });
+    const Chain chain(object);  // can't wake the wait, which has to look
+    signalDuring([&] { return ProcessWaitSignalObjectAndProcessEvents(chain, kLong); });
     EXPECT_EQ(ProcessWaitSignalObjectAndProcessEvents(object, 0), waitTimedOut);  // without looking
     EXPECT_EQ(ProcessWaitSignalObjectAndProcessEvents(other, 30), waitTimedOut);
 }
@@ -309,6 +327,23 @@ TEST(ProcessEvents, TheOwnerStopsEveryWait) {
     stopped([&](UntilStopped& owner) { return owner.ProcessWaitSignalAndProcessEvents(never, kLong); });
     stopped([&](UntilStopped& owner) { return owner.ProcessWaitSignalForeverAndProcessEvents(never); });
     stopped([&](UntilStopped& owner) { return owner.ProcessWaitSignalObjectGroupAndProcessEvents(group, kLong); });
+}
+
+// Without an event that says so: the waits without end look by themselves.
+TEST(ProcessEvents, AnotherThreadStopsEveryWaitWithoutEnd) {
+    class StopsAtTheThirdQuestion final : public LProcessEventsHandler {
+    public:
+        bool IsProcessEventHandlerToStop() const override { return ++asked >= 3; }
+        mutable int asked = 0;
+    };
+    LSignalObject never;
+    LSignalObjectGroup group;
+    group.Add(never);
+    using Owner = StopsAtTheThirdQuestion;
+    EXPECT_EQ(Owner().ProcessWaitForeverAndProcessEvents(), waitStopped);
+    EXPECT_EQ(Owner().ProcessWaitAndProcessEvents(kSignalNoTimeOut), waitStopped);
+    EXPECT_EQ(Owner().ProcessWaitSignalAndProcessEvents(never, kSignalNoTimeOut), waitStopped);
+    EXPECT_EQ(Owner().ProcessWaitSignalObjectGroupAndProcessEvents(group, kSignalNoTimeOut), waitStopped);
 }
 
 TEST(ProcessEvents, IdleWaitsTakeTheirTimeAndNoProcessor) {
