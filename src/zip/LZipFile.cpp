@@ -118,13 +118,20 @@ private:
 }  // namespace
 
 LZipFile::LZipFile(const char* archive, bool freshenOnly) : freshen(freshenOnly) {
-    LCopyBounded(archivePath, archive, sizeof archivePath);
+    Set(archivePath, archive);
     LFile::_GetFolderFromPath(baseFolder, archivePath);
 }
 
 LZipFile::LZipFile(const char* archive, const char* base, bool freshenOnly) : freshen(freshenOnly) {
-    LCopyBounded(archivePath, archive, sizeof archivePath);
+    Set(archivePath, archive);
     LCopyBounded(baseFolder, base, sizeof baseFolder);
+}
+
+// A path that is cut is another one.
+bool LZipFile::Set(char (&field)[LTextBufferSize], const char* path) {
+    if (path && !Fits(path)) return false;
+    LCopyBounded(field, path, sizeof field);
+    return true;
 }
 
 void LZipFile::Clear() {
@@ -213,6 +220,7 @@ bool LZipFile::RemoveFolderContents() {
 }
 
 bool LZipFile::Save() {
+    if (!*archivePath) return false;
     LMutexLock guard(TheWorkingFolderMutex());
     bool isDone = false;
     {
@@ -227,7 +235,7 @@ bool LZipFile::Save() {
 }
 
 bool LZipFile::Extract(const char* archive, const char* folder, const char* entry) {
-    if (!Fits(archive) || !Fits(folder)) return false;
+    if (!Fits(archive) || !*archive || !Fits(folder)) return false;  // unzip takes "" for ".zip"
     // Behind the archive's name unzip looks for options among the entries; a pattern is none.
     const bool isOption = entry && *entry == '-';
     const std::string one = entry && *entry ? Quoted(isOption ? "[-]" + PlainEntry(entry + 1) : PlainEntry(entry)) : "";
@@ -274,19 +282,15 @@ bool LZipFileCreate(const char* archive) {
 bool LZipFileAdd(const char* archive, const char* file, const char* baseFolder, bool exclusionsOff, char,
                  LProcessInterface*, bool freshen) {
     LZipFile zip(archive, baseFolder, freshen);
-    zip.SetFolder(file);
     zip.SetExclusionsOff(exclusionsOff);
-    return zip.AddFile(file) && zip.Save();
+    return zip.SetFolder(file) && zip.AddFile(file) && zip.Save();
 }
 
 bool LZipFileAddFolder(const char* archive, const char* folder, const char* baseFolder, bool exclusionsOff,
                        LProcessInterface*) {
     LZipFile zip(archive, baseFolder, false);
     zip.SetExclusionsOff(exclusionsOff);
-    if (!zip.AddFolder(folder)) return false;
-    zip.SetFolder(folder);
-    zip.SetWorkingFolder(baseFolder);
-    return zip.Save();
+    return zip.AddFolder(folder) && zip.SetFolder(folder) && zip.SetWorkingFolder(baseFolder) && zip.Save();
 }
 
 bool LZipFileAddFolder(const char* archive, const char* folder, const char* baseFolder, bool exclusionsOff) {
@@ -295,14 +299,12 @@ bool LZipFileAddFolder(const char* archive, const char* folder, const char* base
 
 bool LZipFileDelete(const char* archive, const char* entry) {
     LZipFile zip(archive, false);
-    zip.SetRemovePath(entry);
-    return zip.RemoveFile(entry) && zip.Save();
+    return zip.SetRemovePath(entry) && zip.RemoveFile(entry) && zip.Save();
 }
 
 bool LZipFileDeleteFolder(const char* archive, const char* folder) {
     LZipFile zip(archive, false);
-    zip.SetFolder(folder);
-    return zip.RemoveFolder(folder) && zip.Save();
+    return zip.SetFolder(folder) && zip.RemoveFolder(folder) && zip.Save();
 }
 
 bool LZipFileExtractAllFiles(const char* archive, const char* folder) {

@@ -24,7 +24,7 @@ struct LZipFileNode {
 class LZipFile {
 public:
     // Removals are relative to the base folder, by default the archive's. With `freshen` only entries that are in the
-    // archive and older than their files are replaced.
+    // archive and older than their files are replaced. Nothing is run for an archive whose path doesn't fit.
     LZipFile(const char* archive, bool freshen);
     LZipFile(const char* archive, const char* baseFolder, bool freshen);
     virtual ~LZipFile() = default;
@@ -40,11 +40,12 @@ public:
     bool AddFolder(const char* path);
     bool RemoveFile(const char* entry);
     bool RemoveFolder(const char* folder);
-    // The names of the pending folder and removal, and where relative names begin. A folder below the temporary folder
-    // is named by its last component; removing one removes what lies in it.
-    void SetFolder(const char* folder) { LCopyBounded(folderPath, folder, sizeof folderPath); }
-    void SetRemovePath(const char* entry) { LCopyBounded(removePath, entry, sizeof removePath); }
-    void SetWorkingFolder(const char* folder) { LCopyBounded(workingFolder, folder, sizeof workingFolder); }
+    // The names of the pending folder and removal, and where relative names begin; false, and nothing changes, for one
+    // that doesn't fit. A folder below the temporary folder is named by its last component; removing one removes what
+    // lies in it.
+    bool SetFolder(const char* folder) { return Set(folderPath, folder); }
+    bool SetRemovePath(const char* entry) { return Set(removePath, entry); }
+    bool SetWorkingFolder(const char* folder) { return Set(workingFolder, folder); }
     // By default "*.DS_Store*", "*.svn*" and "*.git*" are left out of all that is added and removed.
     void SetExclusionsOff(bool isOff) { exclusionsOff = isOff; }
 
@@ -72,6 +73,7 @@ protected:
     virtual void PauseAfterCommand() const;
 
 private:
+    static bool Set(char (&field)[LTextBufferSize], const char* path);
     bool AddTo(LList<LZipFileNode>& list, const char* path);
     bool RemoveFrom(LList<LZipFileNode>& list, const char* path);
     std::string Command();
@@ -85,8 +87,8 @@ private:
     bool exclusionsOff = false;
     bool hasApplication = false;  // an added name is a bundle's, which is a folder
     bool freshen;
-    char archivePath[LTextBufferSize];
-    char baseFolder[LTextBufferSize];
+    char archivePath[LTextBufferSize] = {};  // "": it didn't fit
+    char baseFolder[LTextBufferSize] = {};
     LList<LZipFileNode> filesToAdd, foldersToAdd, filesToRemove, foldersToRemove;
 };
 

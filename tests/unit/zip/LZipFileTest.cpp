@@ -109,6 +109,16 @@ TEST_F(LZipFileTest, CommandsAreComposedFromWhatIsPending) {
     EXPECT_FALSE(zip.Save());  // its folder is missing, and no other one is meant
     EXPECT_TRUE(zip.commands.empty());
     EXPECT_EQ(fs::current_path(), before);
+    // What doesn't fit would be something else when it is cut: another archive, another folder.
+    const std::string toolong = folder.Join(std::string(200, 'x')) + "/" + std::string(200, 'x');
+    NotingZip cut(toolong.c_str(), false);
+    cut.AddFile(folder.Write("content", "").c_str());
+    EXPECT_FALSE(cut.Save());
+    EXPECT_FALSE(cut.ExtractAllFiles(a.c_str()));
+    EXPECT_TRUE(cut.commands.empty());
+    EXPECT_FALSE(
+        LZipFileAddFolder(archive.c_str(), "content", (folder.Path() + std::string(300, '/') + "a").c_str(), true));
+    EXPECT_FALSE(fs::exists(archive));
 }
 
 TEST_F(LZipFileTest, NamesOfEveryKindAreNamesOnly) {
