@@ -7,18 +7,6 @@
 #include <sys/wait.h>
 #include <utility>
 
-bool LPipeStream::Open(const char* command, const char* mode) {
-    Close();
-    stream = command ? ::popen(command, mode) : nullptr;
-    descriptor = stream ? ::fileno(stream) : -1;
-    return stream != nullptr;
-}
-
-void LPipeStream::Close() {
-    descriptor = -1;
-    if (std::FILE* const open = std::exchange(stream, nullptr)) ::pclose(open);
-}
-
 namespace {
 
 // Both ends above the standard descriptors, which the child's are put in the place of.
@@ -31,18 +19,51 @@ bool MakePipe(LDescriptor& readEnd, LDescriptor& writeEnd) {
     return readEnd && writeEnd;
 }
 
+// -1: it could not be started.
+pid_t Spawn(const char* command, std::span<const LSpawnedDescriptor> passed) {
+    const char* const none = nullptr;
+    pid_t pid = -1;
+    return LSpawnShell(command, &none, passed, pid) == 0 ? pid : -1;
+}
+
+void AwaitEnd(pid_t& pid) {
+    while (pid >= 0 && ::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
+    pid = -1;
+}
+
 }  // namespace
+
+// Not popen: its commands inherit what this process ignores and blocks. One that SIGPIPE doesn't end writes for ever
+// after its reader has gone, and Close would wait for it.
+bool LPipeStream::Open(const char* command, bool isReading) {
+    Close();
+    LDescriptor readEnd, writeEnd;
+    if (!command || !MakePipe(readEnd, writeEnd)) return false;
+    LDescriptor& ours = isReading ? readEnd : writeEnd;
+    const LDescriptor& childs = isReading ? writeEnd : readEnd;
+    const LSpawnedDescriptor passed[] = {{childs.Get(), isReading ? STDOUT_FILENO : STDIN_FILENO}};
+    std::FILE* const opened = ::fdopen(ours.Get(), isReading ? "r" : "w");
+    if (!opened) return false;
+    descriptor = ours.Release();
+    stream = opened;
+    pid = Spawn(command, passed);
+    if (pid < 0) Close();
+    return stream != nullptr;
+}
+
+void LPipeStream::Close() {
+    descriptor = -1;
+    if (std::FILE* const open = std::exchange(stream, nullptr)) std::fclose(open);
+    AwaitEnd(pid);
+}
 
 bool LPipeInOut::_Open(const char* command, unsigned long, unsigned long) {
     Close();
     LDescriptor childsOutput, childsInput, fromChild, toChild;
     if (!command || !MakePipe(fromChild, childsOutput) || !MakePipe(childsInput, toChild)) return false;
     const LSpawnedDescriptor passed[] = {{childsInput.Get(), STDIN_FILENO}, {childsOutput.Get(), STDOUT_FILENO}};
-    const char* const none = nullptr;
-    if (LSpawnShell(command, &none, passed, pid) != 0) {
-        pid = -1;
-        return false;
-    }
+    pid = Spawn(command, passed);
+    if (pid < 0) return false;
     reading = std::move(fromChild);
     writing = std::move(toChild);
     return true;
@@ -52,7 +73,5 @@ bool LPipeInOut::_Open(const char* command, unsigned long, unsigned long) {
 void LPipeInOut::Close() {
     writing.Reset();
     reading.Reset();
-    if (pid < 0) return;
-    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
-    pid = -1;
+    AwaitEnd(pid);
 }

@@ -1,4 +1,5 @@
-// Pipes to and from commands of the shell. Closing waits for the command's end. One thread at a time.
+// Pipes to and from commands of the shell, which start with default signals. Closing waits for the command's end. One
+// thread at a time.
 #pragma once
 
 #include <bsd/LDescriptor.h>
@@ -19,23 +20,24 @@ public:
 protected:
     LPipeStream() = default;
     ~LPipeStream() { Close(); }
-    bool Open(const char* command, const char* mode);
+    bool Open(const char* command, bool isReading);
 
 private:
     std::FILE* stream = nullptr;
     int descriptor = -1;
+    pid_t pid = -1;
 };
 
 // Reads what the command writes. A command that there isn't is no failure: it ends at once.
 class LPipeIn : public LPipeStream {
 public:
-    bool _Open(const char* command) { return Open(command, "re"); }
+    bool _Open(const char* command) { return Open(command, true); }
 };
 
 // Writes what the command reads.
 class LPipeOut : public LPipeStream {
 public:
-    bool _Open(const char* command) { return Open(command, "we"); }
+    bool _Open(const char* command) { return Open(command, false); }
 };
 
 // Both. Who writes much without reading may wait for ever: the command's output has to go somewhere.

@@ -221,6 +221,20 @@ TEST(LPipe, BothDirections) {
     EXPECT_EQ(::waitpid(child, nullptr, WNOHANG), -1);
 }
 
+// One that SIGPIPE doesn't end may go on after its reader has gone, and would be waited for without end. (The last
+// seven digits: higher ones are the C library's.)
+TEST(LPipe, CommandsStartWithDefaultSignals) {
+    EXPECT_TRUE(HoldsInAChild([] {
+        ::signal(SIGPIPE, SIG_IGN);
+        sigset_t all;
+        ::sigfillset(&all);
+        ::sigprocmask(SIG_BLOCK, &all, nullptr);
+        LPipeIn in;
+        return in._Open("grep -cE 'Sig(Ign|Blk):.*[1-9a-f].{0,6}$' /proc/self/status") &&
+               ReadAll(in.Descriptor()) == "0\n";
+    }));
+}
+
 // A program that was started without standard descriptors gets pipes with their numbers.
 TEST(LPipe, WorksWithoutStandardDescriptors) {
     EXPECT_TRUE(HoldsInAChild([] {
