@@ -1,5 +1,6 @@
 #include "system/LProcessList.h"
 
+#include "text/LAscii.h"
 #include "threads/LSystemLockMutex.h"
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <memory>
 #include <span>
 #include <string_view>
-#include <strings.h>
 
 namespace {
 
@@ -33,7 +33,7 @@ int LGetBSDProcessList(kinfo_proc** list) {
 }
 
 int LGetBSDProcessUid(const char* name) {
-    return name ? Find([&](const kinfo_proc& one) { return ::strcasecmp(one.p_comm, name) == 0; }) : -1;
+    return name ? Find([&](const kinfo_proc& one) { return LAsciiCompareNoCase(one.p_comm, name) == 0; }) : -1;
 }
 
 int LGetProcessUid(const char* name) {
