@@ -1,6 +1,7 @@
 #include "ProcessList.h"
 
 #include "Descriptor.h"
+#include "MainBundle.h"
 
 #include <bsd/processes.h>
 
@@ -70,10 +71,8 @@ std::string FileNameOf(const std::string& path) {
 // A name that the kernel may have cut, by the program's file or what it was started as.
 std::string WholeName(const std::string& folder, std::string_view name) {
     if (name.size() < kKernelName) return std::string(name);
-    char target[4'096];
-    const ssize_t length = ::readlink((folder + "/exe").c_str(), target, sizeof target);
-    const std::string program = FileNameOf(std::string(target, length > 0 ? static_cast<size_t>(length) : 0));
-    const std::string arguments = FirstOf(folder + "/cmdline", sizeof target);
+    const std::string program = FileNameOf(ProgramOfLink(folder + "/exe").value_or(""));
+    const std::string arguments = FirstOf(folder + "/cmdline", 4'096);
     const std::string started = FileNameOf(arguments.substr(0, arguments.find('\0')));
     for (const std::string& candidate : {program, started})
         if (candidate.starts_with(name)) return candidate;

@@ -137,6 +137,9 @@ TEST(LProcessList, FindsByNameWhileProcessesComeAndGo) {
     const TempFolder folder;
     const Sleeper sixteen(folder, "a name of sixty)");  // Linux alone knows only the first fifteen
     const Sleeper more(folder, "another name of many characters");
+    const Sleeper fifteen(folder, "fifteen letters");
+    std::filesystem::remove(folder.Join("fifteen letters"));  // as an upgrade does
+    EXPECT_TRUE(LIsApplicationRunning("fifteen letters"));
     EXPECT_TRUE(LIsApplicationRunning("a name of sixty)"));
     EXPECT_TRUE(LIsApplicationRunning("a name of sixty) and more"));
     EXPECT_TRUE(LIsApplicationRunning("another name of many characters"));
