@@ -55,7 +55,7 @@ public:
 
 protected:
     // Asks the thread to stop and waits until it has ended; on the thread itself it only asks. Does nothing for an idle
-    // one.
+    // one. By one thread at a time, and not beside a Start by another one.
     void StopThreadNow();
 
     // The body's wrapper, on the new thread. False when the body has destroyed the object.
