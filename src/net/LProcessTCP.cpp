@@ -36,11 +36,21 @@ int WaitSlice(int socket, short events) {
     return ready > 0 && (waited.revents & POLLNVAL) ? -1 : ready;
 }
 
+// Where nobody listens, the system may pick the very port that is asked for as the socket's own, and connects the
+// socket to itself. Kept, it would also keep the port from whoever is to listen.
+bool IsItsOwnPeer(int socket) {
+    sockaddr_in own{}, peer{};
+    socklen_t ownSize = sizeof own, peerSize = sizeof peer;
+    return ::getsockname(socket, reinterpret_cast<sockaddr*>(&own), &ownSize) == 0 &&
+           ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerSize) == 0 && own.sin_port == peer.sin_port &&
+           own.sin_addr.s_addr == peer.sin_addr.s_addr;
+}
+
 // Whether the connection was made: a refused one is ready for writing, too.
 bool IsConnected(int socket) {
     int error = 0;
     socklen_t size = sizeof error;
-    return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+    return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0 && !IsItsOwnPeer(socket);
 }
 
 int WaitForConnection(LProcessInterface& process, int socket, unsigned int timeoutMs) {
@@ -78,7 +88,7 @@ int ProcessConnect(LProcessInterface& process, LIPSocketTCP& socket, const LIPAd
     if (socket.Descriptor() >= 0 && address.name.sin_addr.s_addr != INADDR_NONE) {
         const auto* const name = reinterpret_cast<const sockaddr*>(&address.name);
         if (::connect(socket.Descriptor(), name, sizeof address.name) == 0)
-            result = processDone;
+            result = IsConnected(socket.Descriptor()) ? processDone : processFailed;
         else if (errno == EINPROGRESS)
             result = WaitForConnection(process, socket.Descriptor(), timeoutMs);
     }

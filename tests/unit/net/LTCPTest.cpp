@@ -124,6 +124,18 @@ TEST(ProcessConnect, RefusedStoppedTimedOutOrMade) {
     EXPECT_EQ(more[2].Descriptor(), -1);
 }
 
+// The system gives connecting sockets every other port in turn, the even ones by default: within one round the one that
+// is asked for.
+TEST(ProcessConnect, NobodyListensIsNotTheSocketItself) {
+    LProcessInterfaceVoid process;
+    LIPSocketTCP socket;
+    const auto port = static_cast<uint16_t>(Port(-1).Number() & ~1);
+    int result = processFailed;
+    for (int i = 0; i < 15'000 && result == processFailed; i++)
+        result = ProcessConnect(process, socket, Loopback(port), kLong);
+    EXPECT_EQ(result, processFailed);
+}
+
 TEST(ProcessRecv, WhatHasComeAndNoMore) {
     Pair pair;
     char buffer[100];
