@@ -21,9 +21,9 @@ std::optional<PolicyRequest> LastPolicyRequest() {
 
 }  // namespace platform
 
+// Asked each time: a forked process's thread has another number than the one that forked.
 mach_port_t mach_thread_self() {
-    static thread_local const pid_t self = ::gettid();
-    return static_cast<mach_port_t>(self);
+    return static_cast<mach_port_t>(::gettid());
 }
 
 int thread_policy_get(mach_port_t, int flavour, thread_time_constraint_policy* policy) {

@@ -14,7 +14,9 @@
 #include <memory>
 #include <string>
 #include <sys/epoll.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -202,6 +204,20 @@ TEST(LThreadRunOnMainThread, DestructionWaitsForAnItemThatRuns) {
     });
     LProcessClearEventQueue();
     destroyer.join();
+}
+
+// Whichever thread forks: the child has no other.
+TEST(LIsMainThread, IsTrueInAForkedProcess) {
+    const auto isInChild = [] {
+        LIsMainThread();  // what the parent was told isn't the child's
+        const pid_t child = ::fork();
+        if (child == 0) ::_exit(LIsMainThread() ? 0 : 1);
+        int status = 1;
+        ::waitpid(child, &status, 0);
+        return status == 0;
+    };
+    EXPECT_TRUE(isInChild());
+    std::thread([&] { EXPECT_TRUE(isInChild()); }).join();
 }
 
 TEST(LThreadNotifyInterface, ReportsReachTheTargetOnTheMainThread) {
