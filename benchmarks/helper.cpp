@@ -184,7 +184,7 @@ void Idle(const std::string& helper) {
     Client client;
     while (!client.TryConnect()) usleep(50);
     if (!client.Test()) Die("no answer");
-    usleep(1'500'000);  // a second after the last work memory is given back: idle begins then
+    usleep(2'500'000);  // two seconds after the last work memory is given back: idle begins then
     const long before = VoluntarySwitches(pid);
     sleep(kIdleSeconds);
     bench::One("helper.idle.switches", "1/window", static_cast<double>(VoluntarySwitches(pid) - before));

@@ -53,18 +53,21 @@ bool EventPool::StartThread() {
     return error == 0;
 }
 
-// A thread waits for good only after an idle second, in which what the work took is given back; those beyond the spare
-// ones end. The kernel wakes who began to wait last: the others are the ones that idle.
+// A thread waits for good only after an idle second; those beyond the spare ones end then. A spare one that has worked
+// leaves its place to a fresh one: what a thread keeps for its next allocations pins memory all over the heap and goes
+// with it. The fresh ones, after another idle second, give back what the work took. The kernel wakes who began to wait
+// last: the others are the ones that idle.
 void EventPool::Work() {
-    for (;;) {
+    for (bool isFresh = true;;) {
         const bool isSpare = waiting.fetch_add(1) < kSpareThreads;
         const EventSet::Ready ready = events.Wait(isSpare && !hasWorked.load() ? -1 : kIdleMs);
         const int others = waiting.fetch_sub(1) - 1;
         if (ready) {
             if (others == 0) StartThread();
+            isFresh = false;
             hasWorked.store(true, std::memory_order_relaxed);
             ready.Handle();
-        } else if (others >= kSpareThreads) {
+        } else if (others >= kSpareThreads || (!isFresh && StartThread())) {
             break;
         } else if (hasWorked.exchange(false)) {
             malloc_trim(0);

@@ -1,7 +1,7 @@
 // EventPool: the threads of the global queue. They wait together on one EventSet; the thread that an event wakes does
 // the work itself. Whenever the last waiting thread takes an event, another thread is started, so that a handler that
-// blocks delays nobody (up to kMaxThreads); after a second without work threads beyond a few spare ones end, and memory
-// is given back. No thread exists before the first use. Immortal. All functions from any thread.
+// blocks delays nobody (up to kMaxThreads); after a second or two without work only two fresh threads are left, and
+// memory is given back. No thread exists before the first use. Immortal. All functions from any thread.
 //
 // Whoever runs handlers that strangers may cause (connections, blocks of the global queue) takes a place first. There
 // are fewer places than threads: however many of those handlers hang, timers and signals find a thread.
