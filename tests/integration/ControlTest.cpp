@@ -75,7 +75,16 @@ TEST_F(ControlTest, StopsAHelperOnlyWhereNothingIsMissed) {
     EXPECT_EQ(home.Stored().size(), 1u);
     std::filesystem::rename(bundle + ".away", bundle);
     Told(0, {"start"});
-    Told(0, {"restart"});
+    for (const auto& [zone, told] : {std::pair("Asia/Tokyo", "JST (UTC+0900)"), {"Asia/Kolkata", "IST (UTC+0530)"}}) {
+        auto session = home.Environment();
+        session["TZ"] = zone;
+        Program restart({Home::ControlProgram(), "restart"}, session);
+        EXPECT_EQ(restart.AwaitEnd(), 0) << restart.Output();
+        Program doctor({Home::ControlProgram(), "doctor"},
+                       session);  // it compares the helper's zone with the session's
+        doctor.AwaitEnd();
+        EXPECT_TELLS(doctor.Output(), told);
+    }
     Told(0, {"stop"});
     EXPECT_EQ(home.Stored().size(), 1u);
 }

@@ -13,15 +13,27 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <vector>
 
 namespace tools {
 
 namespace {
 
-// A helper that a session started has what its application needs to be seen, which the one who restarts it may lack.
+bool IsSet(const char* name) {
+    const char* const value = std::getenv(name);
+    return value && *value;
+}
+
+// A helper that a session started has what its application needs to be seen, which the one who restarts it may lack. A
+// display or zone of one's own goes first: a restart is what brings the helper to those of a new session. One that is
+// forwarded ends with its connection.
 void TakeEnvironmentOf(const HelperProcess& helper) {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_ID", "XDG_SESSION_TYPE",
-                             "XDG_CURRENT_DESKTOP", "DBUS_SESSION_BUS_ADDRESS", "LANG", "TZ", "PATH"})
+    std::vector<const char*> names = {"DBUS_SESSION_BUS_ADDRESS", "LANG", "PATH"};
+    if (IsSet("SSH_CONNECTION") || !(IsSet("DISPLAY") || IsSet("WAYLAND_DISPLAY")))
+        names.insert(names.end(), {"DISPLAY", "WAYLAND_DISPLAY", "XAUTHORITY", "XDG_SESSION_ID", "XDG_SESSION_TYPE",
+                                   "XDG_CURRENT_DESKTOP"});
+    if (!IsSet("TZ")) names.push_back("TZ");
+    for (const char* name : names)
         if (const auto value = HelperVariable(helper, name)) setenv(name, value->c_str(), 1);
 }
 
