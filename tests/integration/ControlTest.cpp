@@ -114,13 +114,18 @@ TEST_F(ControlTest, ImportsAllOrNothing) {
     Told(0, {"add", "old", "--at", "21:05", "--daily"});
     const auto before = home.Stored();
     const std::string bad = Write("bad.json", R"([{"name":"a","start":"+1h"},{"name":"b","start":"2001-01-01T10:00"},
-        {"name":"a","start":"+2h"},{"name":"old","start":"+3h","application":"/no/such/Quillo.app"}])");
+        {"name":"a","start":"+2h"},{"name":"old","start":"+3h","application":"/no/such/Quillo.app"},
+        {"name":"c","start":"+1h","application":"."},{"name":"d","start":"+1h","bundleId":"a\u0001"},
+        {"name":"a","start":"+1h","application":")" +
+                                                  Home::QuilloBundle() + R"(/../Quillo.app/"}])");
     const std::string refusal = Told(2, {"import", bad});
-    for (const char* part : {"schedule 2 (b): 2001-01-01 10:00:00 is over", "schedule 3 (a): the same as schedule 1",
-                             "schedule 4 (old): no application at", "nothing is imported"})
+    for (const char* part :
+         {"schedule 2 (b): 2001-01-01 10:00:00 is over", "schedule 3 (a): the same as schedule 1",
+          "schedule 4 (old): no application at", "schedule 5 (c): its application's path does not",
+          "schedule 6 (d): its application's path or identifier", "schedule 7 (a): the same as", "nothing is imported"})
         EXPECT_TELLS(refusal, part);
     EXPECT_EQ(home.Stored(), before);
-    EXPECT_TELLS(Told(0, {"import", bad, "--skip-refused", "--dry-run"}), "would import 1 of 4");
+    EXPECT_TELLS(Told(0, {"import", bad, "--skip-refused", "--dry-run"}), "would import 1 of 7");
     EXPECT_EQ(home.Stored(), before);
 
     const std::string tasteless = Write("tasteless.json", R"_([{"name":"\"quotes\" 'n' $(more)","start":"+1h"},

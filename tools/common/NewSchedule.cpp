@@ -35,9 +35,7 @@ std::string TooLateFault(time_t start, time_t now) {
 
 std::string ScheduleFault(const NewSchedule& schedule, time_t now) {
     if (std::string fault = NameFault(schedule.name); !fault.empty()) return fault;
-    // XML has no place for them: other readers of the store would take the whole file for damaged.
-    if (std::any_of(schedule.name.begin(), schedule.name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }))
-        return "the name has control characters";
+    if (HasControls(schedule.name)) return "the name has control characters";
     if (schedule.weekly && !schedule.daily && schedule.weekdays == 0) return "it is weekly, but on no day";
     if (!schedule.daily && !schedule.weekly && schedule.start <= now + kLaunchLeadSeconds)
         return TooLateFault(schedule.start, now);

@@ -269,4 +269,8 @@ std::string NameFault(std::string_view name) {
     return "";
 }
 
+bool HasControls(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+}
+
 }  // namespace tools

@@ -48,4 +48,7 @@ std::string RepeatText(bool daily, bool weekly, uint8_t weekdays);
 // longer one would be cut, and one that isn't UTF-8 is not stored.
 std::string NameFault(std::string_view name);
 
+// XML has no place for some control characters: other readers of the store would take the whole file for damaged.
+bool HasControls(std::string_view text);
+
 }  // namespace tools

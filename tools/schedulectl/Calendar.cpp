@@ -60,15 +60,22 @@ std::string LocalText(const icaltimetype& time) {
     return text.data();
 }
 
+// UTC has many names.
+std::string Canonical(const std::string& zone) {
+    for (const char* name : {"Etc/UTC", "UTC0", "UCT", "Etc/UCT", "Zulu", "Etc/Zulu", "Universal", "Etc/Universal"})
+        if (zone == name) return "UTC";
+    return zone;
+}
+
 // The zone that local time is in, as calendars name it; "" when it has no name.
 std::string LocalZone() {
-    if (const char* zone = std::getenv("TZ"); zone && *zone) return *zone == ':' ? zone + 1 : zone;
+    if (const char* zone = std::getenv("TZ")) return !*zone ? "UTC" : Canonical(*zone == ':' ? zone + 1 : zone);
     std::array<char, 4096> target{};
     const char* const file = realpath("/etc/localtime", target.data());
     const std::string_view path = file ? file : "";
     constexpr std::string_view folder = "/zoneinfo/";
     const size_t found = path.find(folder);
-    return found == std::string_view::npos ? "" : std::string(path.substr(found + folder.size()));
+    return found == std::string_view::npos ? "" : Canonical(std::string(path.substr(found + folder.size())));
 }
 
 // The moment of the event's start; `zone` is what it is given in: "" for floating, which is local time.
@@ -77,11 +84,11 @@ time_t StartOf(icalcomponent* calendar, icalproperty* property, std::string& zon
     if (icaltime_is_null_time(time) || !icaltime_is_valid_time(time)) Refuse("its DTSTART is no time");
     if (time.is_date) Refuse("it is a day, without a time");
     if (icaltime_is_utc(time)) {
-        zone = "UTC";
+        zone = LocalZone() == "UTC" ? "" : "UTC";
         return icaltime_as_timet(time);
     }
     if (const icalparameter* name = icalproperty_get_first_parameter(property, ICAL_TZID_PARAMETER))
-        zone = icalparameter_get_tzid(name);
+        zone = Canonical(icalparameter_get_tzid(name));
     if (zone.empty() || zone == LocalZone()) {
         zone.clear();
         const auto moment = ParseStartTime(LocalText(time), 0);

@@ -12,7 +12,6 @@ namespace tools {
 
 namespace {
 
-constexpr size_t maxPathBytes = 259;
 constexpr const char* quilloBundleName = "Quillo.app";
 constexpr const char* applicationVariable = "SCHEDULECTL_APP";
 
@@ -63,11 +62,21 @@ std::optional<Application> ApplicationOf(const Options& options, const Output& o
         path = *installed;
     }
     path = AbsolutePath(path);
-    if (path.size() > maxPathBytes || !NameFault(path).empty()) {
-        status = output.Error(exitUsage, "the application's path must be UTF-8 of at most 259 bytes: " + path);
+    Application application{options.bundleId.empty() ? kMainAppBundleId : options.bundleId, path};
+    if (const std::string fault = ApplicationFault(application); !fault.empty()) {
+        status = output.Error(exitUsage, fault + ": " + path);
         return {};
     }
-    return Application{options.bundleId.empty() ? kMainAppBundleId : options.bundleId, path};
+    return application;
+}
+
+std::string ApplicationFault(const Application& application) {
+    // The helper runs in another folder, finds no application there, and drops the schedule when it is started.
+    if (!application.path.starts_with('/')) return "its application's path does not begin with /";
+    for (const std::string& text : {application.path, application.bundleId})
+        if (!NameFault(text).empty() || HasControls(text))
+            return "its application's path or identifier is no text of 1 to 259 bytes without control characters";
+    return "";
 }
 
 StoredSchedule AsStored(const Application& application, const NewSchedule& schedule) {

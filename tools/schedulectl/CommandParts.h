@@ -19,6 +19,9 @@ ExitStatus UnreadableStore(const Output& output);
 // The application that a request is about. Nothing, and `status` says why, when there is none.
 std::optional<Application> ApplicationOf(const Options& options, const Output& output, ExitStatus& status);
 
+// Why the helper can't keep schedules of it, as a sentence for people; "" when it can. Its path is as it will be kept.
+std::string ApplicationFault(const Application& application);
+
 // A schedule as the helper will have stored it.
 StoredSchedule AsStored(const Application& application, const NewSchedule& schedule);
 NewSchedule AsNew(const StoredSchedule& schedule);

@@ -65,10 +65,12 @@ std::vector<Wanted> Check(ParsedFile& parsed, const Options& options, const Outp
                 one.application.bundleId = otherwise->bundleId;
         }
         if (one.application.bundleId.empty()) one.application.bundleId = kMainAppBundleId;
+        // One application's path in two forms would be two applications to the helper.
+        if (one.application.path.starts_with('/')) one.application.path = AbsolutePath(one.application.path);
         if (const std::string fault = ScheduleFault(one.schedule, time(nullptr)); !fault.empty())
             refuse(fault);
-        else if (!NameFault(one.application.path).empty() || !NameFault(one.application.bundleId).empty())
-            refuse("its application's path or identifier is no text of 1 to 259 bytes");
+        else if (const std::string unfit = ApplicationFault(one.application); !unfit.empty())
+            refuse(unfit);
         else if (access(one.application.path.c_str(), F_OK) != 0)
             refuse("no application at " + one.application.path);
         else if (const auto [first, isNew] = seen.emplace(KeyOf(AsStored(one.application, one.schedule)), one.where);

@@ -85,6 +85,17 @@ TEST_F(ScheduleFileTest, RefusesWhatItCannotKeepWithItsLine) {
         EXPECT_EQ(ParseCalendar(text, now).faults.size(), 1u) << text;
 }
 
+TEST_F(ScheduleFileTest, RepeatsInUtcWhereThatIsLocalTime) {
+    for (const char* local : {"UTC", "Etc/UTC", ""}) {
+        const TimeZone utc(local);
+        for (const char* start : {"DTSTART:20261123T201500Z", "DTSTART;TZID=UTC:20261123T201500"}) {
+            const ParsedFile parsed = ParseCalendar(Calendar(start + std::string("\r\nRRULE:FREQ=WEEKLY\r\n")), now);
+            ASSERT_EQ(parsed.schedules.size(), 1u) << local << start;
+            EXPECT_EQ(WeekdayText(parsed.schedules[0].schedule.weekdays), "mon");
+        }
+    }
+}
+
 TEST_F(ScheduleFileTest, NamesComeBackFromACalendar) {
     std::vector<StoredSchedule> stored, left;
     for (const char* name : {"plain", "comma, semicolon; back\\slash", "\"quotes\" 'n' `more`", "שלום עולם",
@@ -122,6 +133,7 @@ TEST_F(ScheduleFileTest, ReadsJson) {
     EXPECT_TRUE(parsed.schedules[2].schedule.daily);
     EXPECT_EQ(ParseJsonSchedules(R"([{"name":"a","start":1}])", now).schedules.size(), 1u);
 
+    const std::string deep = "{\"schedules\":" + std::string(300'000, '[') + std::string(300'000, ']') + "}";
     const struct {
         const char* text;
         const char* why;
@@ -133,6 +145,11 @@ TEST_F(ScheduleFileTest, ReadsJson) {
         {"[7]", "schedule 1: it is no object"},
         {"[{\"name\":\"a\"}]", "schedule 1: it has no \"start\""},
         {"[{\"name\":\"a\",\"start\":\"soon\"}]", "\"start\" is no time"},
+        {"[{\"name\":\"a\",\"start\":18446744073709551615}]", "\"start\" is out of range"},
+        {"[{\"name\":\"a\",\"start\":-9223372036854775808}]", "\"start\" is out of range"},
+        {"[{\"name\":\"a\",\"start\":1,\"weekdays\":\"mon\"}]", "neither \"weekly\" nor"},
+        {"{\"schema\":2,\"schedules\":[]}", "of schema 2, and only 1 is read"},
+        {deep.c_str(), "schedule 1: it is no object"},
         {"[{\"name\":\"a\",\"start\":1.5}]", "\"start\" is of the wrong type"},
         {"[{\"name\":7,\"start\":1}]", "\"name\" is of the wrong type"},
         {"[{\"name\":\"a\",\"start\":1,\"weekdays\":\"moon\"}]", "no such weekdays"},
