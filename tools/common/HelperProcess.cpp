@@ -97,7 +97,12 @@ std::string RestartHelper(const HelperProcess& helper, uint32_t timeoutMs) {
         return AwaitLook(isAnother, timeoutMs) ? "restarted the helper through systemd" : "";
     }
     TakeEnvironmentOf(helper);
-    return EndHelper(helper, timeoutMs) ? StartHelper(timeoutMs) : "";
+    if (EndHelper(helper, timeoutMs)) return StartHelper(timeoutMs);
+    // It was asked to end and would later, with nobody to start it again. The store is whole whenever it ends.
+    const auto hung = FindHelper();
+    if (hung && (hung->pid <= 0 || hung->pid != helper.pid)) return "";
+    if (hung) kill(hung->pid, SIGKILL);
+    return AwaitLook([] { return !IsHelperRunning(StorePath()); }, timeoutMs) ? StartHelper(timeoutMs) : "";
 }
 
 }  // namespace tools
