@@ -267,7 +267,11 @@ TEST_F(ControlTest, SimulatesAYearWithSummerTime) {
     const std::string asleep = Told(0, {"simulate", "--for", "10d", "--zone", "Asia/Tokyo", "--sleep", "+1s..+5d"});
     EXPECT_EQ(count(asleep, "missed"), 4u) << asleep;
     EXPECT_EQ(count(asleep, "late"), 1u) << asleep;
-    Told(2, {"simulate", "--for", "10d", "--zone", "Mars/Phobos"});
+    const std::string joined = Told(
+        0, {"simulate", "--for", "4d", "--zone", "Asia/Tokyo", "--sleep", "23:00..01:00", "--sleep", "00:00..08:00"});
+    EXPECT_GE(count(joined, "late"), 3u) << "sleeps that overlap are one: " << joined;
+    for (const char* zone : {"Mars/Phobos", "Europe", "zone.tab"})
+        EXPECT_TELLS(Told(2, {"simulate", "--for", "10d", "--zone", zone}), "no such zone");
     EXPECT_EQ(home.Stored().size(), 2u) << "the store is as it was";
 }
 

@@ -1,7 +1,7 @@
 #include "ScheduleFile.h"
 
 #include "CommandParts.h"
-#include "common/Forecast.h"
+#include "app/LScheduleHelperKeys.h"
 #include "common/ScheduleText.h"
 
 #include <libical/ical.h>
@@ -101,6 +101,25 @@ time_t StartOf(icalcomponent* calendar, icalproperty* property, std::string& zon
     return icaltime_as_timet_with_zone(time, known);
 }
 
+// The first start of what repeats that the helper can still make, by the clock on the wall: its timers miss that one
+// where a change of summer time lies before it, and a calendar knows nothing of them.
+time_t FirstStart(const NewSchedule& schedule, time_t now) {
+    constexpr int kDaysOn = 15;  // two weeks, where the first one falls into the gap of a change
+    const tm asked = LocalFields(schedule.start), today = LocalFields(now);
+    for (int day = 0; day < kDaysOn; day++) {
+        tm fields = asked;
+        fields.tm_year = today.tm_year;
+        fields.tm_mon = today.tm_mon;
+        fields.tm_mday = today.tm_mday + day;
+        fields.tm_isdst = -1;
+        const time_t moment = mktime(&fields);
+        const bool isDay = schedule.daily || (schedule.weekdays >> fields.tm_wday & 1) != 0;
+        const bool isTime = fields.tm_hour == asked.tm_hour && fields.tm_min == asked.tm_min;
+        if (isDay && isTime && moment > now + kLaunchLeadSeconds) return moment;
+    }
+    return schedule.start;
+}
+
 bool IsUnset(const short* list) {
     return list[0] == ICAL_RECURRENCE_ARRAY_MAX;
 }
@@ -160,7 +179,7 @@ FileSchedule FromEvent(icalcomponent* calendar, icalcomponent* event, time_t now
     if (!zone.empty()) Refuse("it repeats in the zone " + zone + "; the helper repeats in local time only");
     if (icalcomponent_get_next_property(event, ICAL_RRULE_PROPERTY)) Refuse("it has several RRULEs");
     TakeRule(icalproperty_get_rrule(rule), one.schedule);
-    const time_t first = NextStart(AsStored({}, one.schedule), now, now).Start();
+    const time_t first = FirstStart(one.schedule, now);
     if (one.schedule.start > first)
         Refuse("it begins only at " + LocalTimeText(one.schedule.start) + "; the helper would begin at " +
                LocalTimeText(first));
@@ -238,7 +257,7 @@ icalcomponent* EventOf(const StoredSchedule& schedule, time_t now) {
     add(icalproperty_new_summary(first == std::string::npos ? "-" : schedule.name.c_str()));
     if (schedule.daily || schedule.weekly) {
         // The date of the next one, with the time of day that was asked for.
-        const tm date = LocalFields(NextStart(schedule, now, now).Start());
+        const tm date = LocalFields(FirstStart(AsNew(schedule), now));
         add(icalproperty_new_dtstart(FloatingTime(date, LocalFields(schedule.Start()))));
         add(icalproperty_new_rrule(icalrecurrencetype_from_string(RuleText(schedule).c_str())));
     } else {
@@ -264,6 +283,10 @@ ParsedFile ParseCalendar(const std::string& text, time_t now) {
     const Component calendar = Owned(icalparser_parse_string(text.c_str()));
     if (!calendar || icalcomponent_isa(calendar.get()) != ICAL_VCALENDAR_COMPONENT) {
         parsed.faults.emplace_back("the file holds no calendar (VCALENDAR)");
+        return parsed;
+    }
+    if (icalcomponent_get_method(calendar.get()) == ICAL_METHOD_CANCEL) {
+        parsed.faults.emplace_back("the calendar cancels its events (METHOD:CANCEL)");
         return parsed;
     }
     const std::vector<size_t> lines = EventLines(text);

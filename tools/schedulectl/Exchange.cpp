@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -46,6 +47,25 @@ std::optional<std::string> ReadAll(const std::string& path) {
     if (file != stdin) std::fclose(file);
     errno = error;
     return error != 0 ? std::nullopt : std::optional(std::move(text));
+}
+
+bool Write(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    return static_cast<bool>(file);
+}
+
+// An earlier export stays as it is where there is no room for this one.
+bool WriteWhole(const std::string& path, const std::string& text) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return Write(path, text);
+    const std::string fresh = path + ".new-" + std::to_string(getpid());
+    if (Write(fresh, text) && std::rename(fresh.c_str(), path.c_str()) == 0) return true;
+    const int error = errno;
+    unlink(fresh.c_str());
+    errno = error;
+    return false;
 }
 
 // Fills in what a file leaves open, and refuses what the helper would not start.
@@ -95,7 +115,8 @@ public:
         for (const Wanted& one : all) {
             const bool isStopped = AwaitStopSignal(0);
             if (isStopped || !helper.Tell(HelperRequest::Add(one.application, one.schedule), timeoutMs))
-                return TakeBack(all, isStopped);
+                return isStopped ? TakeBack(all, exitFailure, "interrupted")
+                                 : TakeBack(all, exitUnreachable, "the helper does not answer");
             output.Progress("importing", ++done, all.size());
         }
         const auto after = ReadStore(StorePath());
@@ -104,7 +125,7 @@ public:
                 const auto found = known.find(KeyOf(AsStored(one.application, one.schedule)));
                 return found != known.end() && found->second == AsStored(one.application, one.schedule);
             });
-        return isWhole ? exitDone : output.Error(exitFailure, "the store " + StorePath() + " does not hold all of it");
+        return isWhole ? exitDone : TakeBack(all, exitFailure, "the store " + StorePath() + " does not hold all of it");
     }
 
 private:
@@ -115,9 +136,7 @@ private:
     }
 
     // The one that failed, too: it may have come through.
-    ExitStatus TakeBack(const std::vector<Wanted>& all, bool isStopped) {
-        const ExitStatus status = isStopped ? exitFailure : exitUnreachable;
-        const std::string why = isStopped ? "interrupted" : "the helper does not answer";
+    ExitStatus TakeBack(const std::vector<Wanted>& all, ExitStatus status, const std::string& why) {
         HelperClient again;  // the first connection may be the one that broke
         bool isBack = again.Connect();
         for (size_t i = std::min(done + 1, all.size()); isBack && i-- > 0;) {
@@ -183,10 +202,8 @@ int RunExport(const Options& options) {
         output.Raw(text);
         return exitDone;
     }
-    std::ofstream file(options.file, std::ios::binary | std::ios::trunc);
-    file << text;
-    file.close();
-    if (!file) return output.Error(exitFailure, options.file + " can't be written: " + std::strerror(errno));
+    if (!WriteWhole(options.file, text))
+        return output.Error(exitFailure, options.file + " can't be written: " + std::strerror(errno));
     const size_t count = overview->Schedules().size() - left.size();
     output.Answer("exported " + std::to_string(count) + (count == 1 ? " schedule" : " schedules"),
                   {{"exported", static_cast<int64_t>(count)}});

@@ -7,6 +7,7 @@
 #include "VirtualClock.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -54,8 +55,9 @@ private:
 class StoreCopy {
 public:
     StoreCopy() {
-        std::string name = fs::temp_directory_path() / "schedulectl.XXXXXX";
-        if (mkdtemp(name.data())) folder = name;
+        std::error_code ignored;
+        std::string name = fs::temp_directory_path(ignored) / "schedulectl.XXXXXX";
+        if (!ignored && mkdtemp(name.data())) folder = name;
     }
     ~StoreCopy() {
         platform::SetStandardUserDefaults("/nonexistent/store.plist");
@@ -173,6 +175,13 @@ Row RowOf(const Happening& happening) {
              {"note", note}}};
 }
 
+// Folders and tables lie beside the zones; as a zone they would be UTC.
+bool IsZoneFile(const std::string& path) {
+    std::array<char, 4> magic{};
+    std::ifstream(path, std::ios::binary).read(magic.data(), magic.size());
+    return std::string_view(magic.data(), magic.size()) == "TZif";
+}
+
 bool IsTimeOfDay(const std::string& text) {
     return text.size() > 2 && text[2] == ':';
 }
@@ -193,6 +202,25 @@ bool AddSleep(const std::string& text, Plan& plan) {
     return true;
 }
 
+// In order; sleeps that overlap are one, and one that has begun already begins now.
+void Arrange(Plan& plan) {
+    for (Turn& turn : plan.turns)
+        if (turn.awake > plan.begin) turn.at = std::max(turn.at, plan.begin);
+    std::sort(plan.turns.begin(), plan.turns.end(), [](const Turn& a, const Turn& b) { return a.at < b.at; });
+    std::vector<Turn> joined;
+    joined.reserve(plan.turns.size());  // none moves
+    Turn* sleep = nullptr;
+    for (const Turn& turn : plan.turns) {
+        if (turn.awake != 0 && sleep && turn.at <= sleep->awake) {
+            sleep->awake = std::max(sleep->awake, turn.awake);
+            continue;
+        }
+        joined.push_back(turn);
+        if (turn.awake != 0) sleep = &joined.back();
+    }
+    plan.turns = std::move(joined);
+}
+
 bool AddRestarts(const std::string& text, Plan& plan) {
     if (!IsTimeOfDay(text)) return false;
     auto at = ParseStartTime(text, plan.begin);
@@ -206,7 +234,7 @@ bool AddRestarts(const std::string& text, Plan& plan) {
 int RunSimulate(const Options& options) {
     const Output output(options.style);
     if (!options.zone.empty()) {
-        if (access(("/usr/share/zoneinfo/" + options.zone).c_str(), R_OK) != 0 || options.zone.starts_with('/'))
+        if (options.zone.starts_with('/') || !IsZoneFile("/usr/share/zoneinfo/" + options.zone))
             return output.Error(exitUsage, "no such zone: " + options.zone);
         setenv("TZ", options.zone.c_str(), 1);
         tzset();
@@ -222,7 +250,7 @@ int RunSimulate(const Options& options) {
                                 "no such sleep: " + sleep + " (2026-12-01T23:00..2026-12-02T07:00, 23:00..07:00)");
     if (!options.restart.empty() && !AddRestarts(options.restart, plan))
         return output.Error(exitUsage, "no such time of day: " + options.restart + " (04:10)");
-    std::sort(plan.turns.begin(), plan.turns.end(), [](const Turn& a, const Turn& b) { return a.at < b.at; });
+    Arrange(plan);
     // What it sleeps through is known when it wakes only.
     const time_t end = plan.end;
     for (const Turn& turn : plan.turns)
@@ -231,7 +259,7 @@ int RunSimulate(const Options& options) {
     auto overview = Overview::Now();
     if (!overview) return UnreadableStore(output);
     const StoreCopy copy;
-    if (!copy.Make()) return output.Error(exitFailure, "the store can't be copied to " + copy.Path());
+    if (!copy.Make()) return output.Error(exitFailure, "the store can't be copied to a temporary folder ($TMPDIR)");
     const auto starts = Play(plan, copy.Path());
     std::vector<Happening> happenings;
     std::vector<ScheduleView> views;

@@ -81,7 +81,9 @@ TEST_F(ScheduleFileTest, RefusesWhatItCannotKeepWithItsLine) {
         EXPECT_NE(parsed.faults[0].find(c.why), std::string::npos) << parsed.faults[0];
         EXPECT_TRUE(parsed.faults[0].starts_with("line 3 (n): ")) << parsed.faults[0];
     }
-    for (const char* text : {"", "hello", "BEGIN:VEVENT\r\nEND:VEVENT\r\n"})
+    for (const char* text : {"", "hello", "BEGIN:VEVENT\r\nEND:VEVENT\r\n",
+                             "BEGIN:VCALENDAR\r\nMETHOD:CANCEL\r\nBEGIN:VEVENT\r\nSUMMARY:n\r\n"
+                             "DTSTART:20261123T211500\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n"})
         EXPECT_EQ(ParseCalendar(text, now).faults.size(), 1u) << text;
 }
 
@@ -116,6 +118,20 @@ TEST_F(ScheduleFileTest, NamesComeBackFromACalendar) {
             back.launch = stored[i].launch;
         }
         EXPECT_EQ(back, stored[i]) << stored[i].name;
+    }
+}
+
+TEST_F(ScheduleFileTest, RepeatsComeBackFromACalendarAcrossSummerTime) {
+    for (const time_t eve : {1'792'836'000, 1'774'692'000}) {  // Saturdays, 12:00: 2026-10-24 and 2026-03-28
+        std::vector<StoredSchedule> stored, left;
+        for (const char* time : {"00:20", "02:30", "05:00", "12:00", "23:50"}) {
+            const time_t launch = *ParseStartTime(std::string("2026-01-07T") + time, 0) - 10;
+            stored.push_back({"i", "/A.app", "daily", launch, true, false, 0});
+            for (unsigned day = 0; day < 7; day++)
+                stored.push_back({"i", "/A.app", "weekly", launch, false, true, static_cast<uint8_t>(1U << day)});
+        }
+        const ParsedFile parsed = ParseCalendar(CalendarText(stored, eve, left), eve);
+        EXPECT_EQ(parsed.schedules.size(), stored.size()) << (parsed.faults.empty() ? "" : parsed.faults[0]);
     }
 }
 
