@@ -1,4 +1,4 @@
-// IPv4 TCP sockets and addresses.
+// IPv4 TCP sockets and addresses. Values and owners without locks: one thread at a time for each object.
 #pragma once
 
 #include <bsd/LDescriptor.h>

@@ -3,6 +3,8 @@
 //
 // A time-out is for waiting: as many slices without anything happening as fit into it, rounded up, at least one, over
 // the whole operation. kSignalNoTimeOut waits for as long as it takes. No signal is raised when the peer is gone.
+//
+// Any thread; one that sends beside one that receives is fine, two that send or receive on one socket share its bytes.
 #pragma once
 
 #include "net/LIPSocket.h"

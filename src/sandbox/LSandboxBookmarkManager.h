@@ -43,6 +43,7 @@ public:
     const LSandboxBookmarkItem* InstanceGetBookmark(const char* path) const;
     const LSandboxBookmarkItem* InstanceGetParentBookmark(const char* path) const;  // the first folder item above it
 
+    // AddFilePath, with its two flags the other way round.
     bool InstanceAddFilePath(const char* path, const NSURL& url, bool save, bool callerFlag, const char* key);
     bool InstanceAddFilePathToSettings(const char* path, bool, const char* key);
 

@@ -13,7 +13,8 @@ END {
     for (i = 1; i <= count; i++) printf "static void Example%d() {\n%s}\n\n", i, body[i]
     print "int main() {"
     print "    const TempFolder folder;"
-    print "    if (::chdir(folder.Path().c_str()) != 0 || ::setenv(\"HOME\", folder.Path().c_str(), 1) != 0) return 1;"
+    print "    if (::chdir(folder.Path().c_str()) != 0) return 1;"
+    print "    for (const char* name : {\"HOME\", \"XDG_RUNTIME_DIR\"}) ::setenv(name, folder.Path().c_str(), 1);"
     print "    for (const char* name : {\"XDG_CONFIG_HOME\", \"XDG_DATA_HOME\", \"XDG_CACHE_HOME\"}) ::unsetenv(name);"
     for (i = 1; i <= count; i++) printf "    std::puts(\"%s\");\n    Example%d();\n", title[i], i
     print "}"
