@@ -75,7 +75,8 @@ TEST_F(ControlTest, StopsAHelperOnlyWhereNothingIsMissed) {
     EXPECT_EQ(home.Stored().size(), 1u);
     std::filesystem::rename(bundle + ".away", bundle);
     Told(0, {"start"});
-    for (const auto& [zone, told] : {std::pair("Asia/Tokyo", "JST (UTC+0900)"), {"Asia/Kolkata", "IST (UTC+0530)"}}) {
+    for (const auto& [zone, told] :
+         {std::pair("Asia/Tokyo", "JST (UTC+0900)"), {"<+0530>-5:30", "+0530 (UTC+0530)"}, {"Nowhere", "is no zone"}}) {
         auto session = home.Environment();
         session["TZ"] = zone;
         Program restart({Home::ControlProgram(), "restart"}, session);

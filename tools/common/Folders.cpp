@@ -2,10 +2,13 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <array>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <pwd.h>
+#include <string_view>
 #include <unistd.h>
 
 namespace tools {
@@ -59,6 +62,12 @@ std::optional<std::string> FindBundle(const std::string& fileName, const std::st
         if (fs::is_directory(path, ignored)) return path.string();
     }
     return {};
+}
+
+bool HasZoneTable(const std::string& zone) {
+    std::array<char, 4> magic{};
+    std::ifstream(fs::path("/usr/share/zoneinfo") / zone, std::ios::binary).read(magic.data(), magic.size());
+    return std::string_view(magic.data(), magic.size()) == "TZif";
 }
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// Where the tools find the user's folders and the two applications. Main thread.
+// Where the tools find the user's folders, the two applications and tables of zones. Main thread.
 #pragma once
 
 #include <optional>
@@ -22,5 +22,9 @@ std::string AbsolutePath(const std::string& path);
 // The bundle of that file name: in the folder given, else beside the programs of the same installation, else where
 // applications are installed. Nothing when there is none.
 std::optional<std::string> FindBundle(const std::string& fileName, const std::string& firstFolder);
+
+// Whether there is a table for the zone: of a name as in "Europe/Berlin", or at an absolute path. Folders and other
+// files lie beside the tables; as a zone they would be UTC.
+bool HasZoneTable(const std::string& zone);
 
 }  // namespace tools

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 
@@ -78,6 +79,15 @@ std::string LocalZone() {
     return found == std::string_view::npos ? "" : Canonical(std::string(path.substr(found + folder.size())));
 }
 
+// A time of `zone` as a moment. The library takes the 30th of February, and what a change of clocks leaves out, for
+// later moments.
+time_t MomentIn(const icaltimetype& time, icaltimezone* zone) {
+    const time_t moment = icaltime_as_timet_with_zone(time, zone);
+    const icaltimetype back = icaltime_from_timet_with_zone(moment, 0, zone);
+    if (LocalText(back) != LocalText(time)) Refuse("there is no " + LocalText(time) + " in its zone");
+    return moment;
+}
+
 // The moment of the event's start; `zone` is what it is given in: "" for floating, which is local time.
 time_t StartOf(icalcomponent* calendar, icalproperty* property, std::string& zone) {
     icaltimetype time = icalproperty_get_dtstart(property);
@@ -85,20 +95,20 @@ time_t StartOf(icalcomponent* calendar, icalproperty* property, std::string& zon
     if (time.is_date) Refuse("it is a day, without a time");
     if (icaltime_is_utc(time)) {
         zone = LocalZone() == "UTC" ? "" : "UTC";
-        return icaltime_as_timet(time);
+        return MomentIn(time, icaltimezone_get_utc_timezone());
     }
     if (const icalparameter* name = icalproperty_get_first_parameter(property, ICAL_TZID_PARAMETER))
         zone = Canonical(icalparameter_get_tzid(name));
     if (zone.empty() || zone == LocalZone()) {
         zone.clear();
         const auto moment = ParseStartTime(LocalText(time), 0);
-        if (!moment) Refuse("there is no " + LocalText(time) + " here: clocks are put forward over it");
+        if (!moment) Refuse("there is no " + LocalText(time) + " here");
         return *moment;
     }
     icaltimezone* known = icalcomponent_get_timezone(calendar, zone.c_str());
     if (!known) known = icaltimezone_get_builtin_timezone(zone.c_str());
     if (!known) Refuse("the zone " + zone + " is not known");
-    return icaltime_as_timet_with_zone(time, known);
+    return MomentIn(time, known);
 }
 
 // The first start of what repeats that the helper can still make, by the clock on the wall: its timers miss that one
@@ -158,7 +168,22 @@ std::string ExtraText(icalcomponent* event, const char* name) {
     return "";
 }
 
-FileSchedule FromEvent(icalcomponent* calendar, icalcomponent* event, time_t now) {
+std::string UidOf(icalcomponent* event) {
+    const char* const uid = icalcomponent_get_uid(event);
+    return uid ? uid : "";
+}
+
+// The events that have single starts moved, by another event of the same UID.
+std::set<std::string> MovedEvents(icalcomponent* calendar) {
+    std::set<std::string> uids;
+    for (icalcomponent* event = icalcomponent_get_first_component(calendar, ICAL_VEVENT_COMPONENT); event;
+         event = icalcomponent_get_next_component(calendar, ICAL_VEVENT_COMPONENT))
+        if (icalcomponent_get_first_property(event, ICAL_RECURRENCEID_PROPERTY)) uids.insert(UidOf(event));
+    uids.erase("");
+    return uids;
+}
+
+FileSchedule FromEvent(icalcomponent* calendar, icalcomponent* event, const std::set<std::string>& moved, time_t now) {
     if (icalcomponent_get_first_property(event, ICAL_XLICERROR_PROPERTY)) Refuse("a line of it is no iCalendar");
     for (const auto kind :
          {ICAL_EXDATE_PROPERTY, ICAL_RDATE_PROPERTY, ICAL_EXRULE_PROPERTY, ICAL_RECURRENCEID_PROPERTY})
@@ -178,6 +203,7 @@ FileSchedule FromEvent(icalcomponent* calendar, icalcomponent* event, time_t now
     if (!rule) return one;
     if (!zone.empty()) Refuse("it repeats in the zone " + zone + "; the helper repeats in local time only");
     if (icalcomponent_get_next_property(event, ICAL_RRULE_PROPERTY)) Refuse("it has several RRULEs");
+    if (moved.contains(UidOf(event))) Refuse("another event moves single starts of it (RECURRENCE-ID)");
     TakeRule(icalproperty_get_rrule(rule), one.schedule);
     const time_t first = FirstStart(one.schedule, now);
     if (one.schedule.start > first)
@@ -290,19 +316,22 @@ ParsedFile ParseCalendar(const std::string& text, time_t now) {
         return parsed;
     }
     const std::vector<size_t> lines = EventLines(text);
+    const std::set<std::string> moved = MovedEvents(calendar.get());
     size_t number = 0;
     for (icalcomponent* event = icalcomponent_get_first_component(calendar.get(), ICAL_VEVENT_COMPONENT); event;
          event = icalcomponent_get_next_component(calendar.get(), ICAL_VEVENT_COMPONENT), number++) {
         const std::string where =
             number < lines.size() ? "line " + std::to_string(lines[number]) : "event " + std::to_string(number + 1);
         try {
-            parsed.schedules.push_back(FromEvent(calendar.get(), event, now));
+            parsed.schedules.push_back(FromEvent(calendar.get(), event, moved, now));
             parsed.schedules.back().where = where;
         } catch (const std::invalid_argument& fault) {
             const char* const summary = icalcomponent_get_summary(event);
             parsed.faults.push_back(where + (summary ? " (" + std::string(summary) + ")" : "") + ": " + fault.what());
         }
     }
+    if (number == 0 && icalcomponent_count_components(calendar.get(), ICAL_ANY_COMPONENT) > 0)
+        parsed.faults.emplace_back("the calendar holds no event (VEVENT)");
     return parsed;
 }
 

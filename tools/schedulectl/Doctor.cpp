@@ -218,12 +218,20 @@ private:
         Good("clock", LocalTimeText(now) + "; whether the network sets it isn't known here");
     }
 
+    // As in "CET-1CEST" or "<+0530>-5:30": a name and how far it is from UTC.
+    static bool IsZoneRule(const std::string& text) {
+        const bool isQuoted = text.starts_with('<');
+        const size_t end = isQuoted ? text.find('>') : text.find_first_of("+-0123456789,");
+        if (end == std::string::npos || end < 3) return false;
+        const std::string offset = text.substr(end + (isQuoted ? 1 : 0), 2);
+        return offset.find_first_of("0123456789") <= (offset.find_first_of("+-") == 0 ? 1U : 0U);
+    }
+
     void CheckZone() {
         const char* const own = std::getenv("TZ");
         const std::string ours = own ? own : "", theirs = Variable("TZ");
         const std::string name = !ours.empty() && ours.front() == ':' ? ours.substr(1) : ours;
-        const bool isName = name.find('/') != std::string::npos && name.front() != '/';
-        if (isName && access(("/usr/share/zoneinfo/" + name).c_str(), R_OK) != 0)
+        if (!name.empty() && !HasZoneTable(name) && !IsZoneRule(name))
             return Bad("zone", "TZ=\"" + ours + "\" is no zone: times are taken as UTC",
                        "choose one of timedatectl list-timezones");
         if (helper && helper->pid > 0 && ours != theirs)

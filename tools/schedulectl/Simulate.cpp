@@ -1,5 +1,6 @@
 // simulate: the helper's own scheduler on a virtual clock.
 #include "CommandParts.h"
+#include "common/Folders.h"
 #include "common/ScheduleText.h"
 #include "scheduler/LGCDScheduler.h"
 
@@ -7,10 +8,8 @@
 #include "VirtualClock.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <tuple>
 #include <unistd.h>
@@ -175,13 +174,6 @@ Row RowOf(const Happening& happening) {
              {"note", note}}};
 }
 
-// Folders and tables lie beside the zones; as a zone they would be UTC.
-bool IsZoneFile(const std::string& path) {
-    std::array<char, 4> magic{};
-    std::ifstream(path, std::ios::binary).read(magic.data(), magic.size());
-    return std::string_view(magic.data(), magic.size()) == "TZif";
-}
-
 bool IsTimeOfDay(const std::string& text) {
     return text.size() > 2 && text[2] == ':';
 }
@@ -234,7 +226,7 @@ bool AddRestarts(const std::string& text, Plan& plan) {
 int RunSimulate(const Options& options) {
     const Output output(options.style);
     if (!options.zone.empty()) {
-        if (options.zone.starts_with('/') || !IsZoneFile("/usr/share/zoneinfo/" + options.zone))
+        if (options.zone.starts_with('/') || !HasZoneTable(options.zone))
             return output.Error(exitUsage, "no such zone: " + options.zone);
         setenv("TZ", options.zone.c_str(), 1);
         tzset();

@@ -60,7 +60,9 @@ TEST_F(ScheduleFileTest, RefusesWhatItCannotKeepWithItsLine) {
     } cases[] = {
         {"", "no DTSTART"},
         {"DTSTART;VALUE=DATE:20261123\r\n", "a day, without a time"},
-        {"DTSTART:20270328T023000\r\n", "clocks are put forward"},
+        {"DTSTART:20270328T023000\r\n", "there is no 2027-03-28T02:30:00 here"},
+        {"DTSTART:20270230T211500Z\r\n", "there is no 2027-02-30T21:15:00 in its zone"},
+        {"DTSTART;TZID=America/New_York:20270314T023000\r\n", "there is no 2027-03-14T02:30:00 in its zone"},
         {"DTSTART;TZID=Mars/Phobos:20261123T211500\r\n", "zone Mars/Phobos"},
         {"DTSTART:20261122T211500\r\nRRULE:FREQ=MONTHLY\r\n", "neither DAILY nor WEEKLY"},
         {"DTSTART:20261122T211500\r\nRRULE:FREQ=DAILY;INTERVAL=2\r\n", "INTERVAL"},
@@ -81,7 +83,15 @@ TEST_F(ScheduleFileTest, RefusesWhatItCannotKeepWithItsLine) {
         EXPECT_NE(parsed.faults[0].find(c.why), std::string::npos) << parsed.faults[0];
         EXPECT_TRUE(parsed.faults[0].starts_with("line 3 (n): ")) << parsed.faults[0];
     }
-    for (const char* text : {"", "hello", "BEGIN:VEVENT\r\nEND:VEVENT\r\n",
+    const ParsedFile moved =
+        ParseCalendar(Calendar("UID:a\r\nDTSTART:20261122T211500\r\nRRULE:FREQ=DAILY\r\nEND:VEVENT\r\n"
+                               "BEGIN:VEVENT\r\nUID:a\r\nDTSTART:20261124T231500\r\n"
+                               "RECURRENCE-ID:20261124T211500\r\n"),
+                      now);
+    EXPECT_TRUE(moved.schedules.empty());
+    EXPECT_EQ(moved.faults.size(), 2u);
+    for (const char* text : {"", "hello", "BEGIN:VCALENDAR\r\nBEGIN:VJOURNAL\r\nEND:VJOURNAL\r\nEND:VCALENDAR\r\n",
+                             "BEGIN:VEVENT\r\nEND:VEVENT\r\n",
                              "BEGIN:VCALENDAR\r\nMETHOD:CANCEL\r\nBEGIN:VEVENT\r\nSUMMARY:n\r\n"
                              "DTSTART:20261123T211500\r\nEND:VEVENT\r\nEND:VCALENDAR\r\n"})
         EXPECT_EQ(ParseCalendar(text, now).faults.size(), 1u) << text;
