@@ -86,7 +86,9 @@ public:
         answer.Add(CreateXPCData({kReplyTestConnection, xpcDataBool}, 1, 0));
         server->SendReply(connection, message, answer);
         server->SendReply(connection, message, answer);  // only one can be made
-        if (leaveAfter && received.size() == leaveAfter) server->Disconnect(connection);
+        if (received.size() != leaveAfter) return;
+        hasLeft = true;
+        server->Disconnect(connection);
     }
     void EvReplyReceived(long, const LList<LXPCDataListable>&) override { Require(false, "nothing was asked"); }
     void EvMessageSent(long) override { sent++; }
@@ -95,6 +97,7 @@ public:
     LXPCMachServer* server = nullptr;
     std::vector<std::string> received;
     size_t leaveAfter = 0;
+    bool hasLeft = false;
     size_t sent = 0;
     int errors = 0;
 };
@@ -185,7 +188,7 @@ void Serve(FuzzInput input) {
     peer.SendRest();
     peer.EndStream();
     FuzzPeer::RunAll();
-    left |= sink.leaveAfter != 0 && sink.received.size() >= sink.leaveAfter;
+    left |= sink.hasLeft;
     Require(sink.errors == 1, "a connection ends once");
     const Expected expected = Expect(peer);
     const auto& received = sink.received;
