@@ -180,7 +180,7 @@ void XPCConnection::Cancel() {
 void XPCConnection::OnReady(uint32_t ready) {
     {
         Scope guard(*this);
-        if (!socket) return;
+        if (set == Set::None) return;  // about an earlier one at this address; must not register what nobody resumed
         if ((ready & EPOLLOUT) && !outbox.IsEmpty()) Flush();
         if (!(ready & ~EPOLLOUT)) return;
         if (ready & kEnd) isHungUp = true;
@@ -578,8 +578,8 @@ bool XPCConnection::Enqueue(const wire::FrameHeader& header, const XPCDictionary
 void XPCConnection::Flush() {
     const bool isAlive = outbox.Flush(socket.Get(), barriers);
     if (!barriers.empty()) Note();
-    if (!isAlive) return EndSending();
-    Register();
+    if (!isAlive) EndSending();
+    Register();  // a dead socket, too: one that has just connected isn't registered yet, and its end must be heard of
 }
 
 // The socket takes no more, whatever the reason: a frame that is lost, or cut in the middle, must end the stream. The

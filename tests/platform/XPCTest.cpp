@@ -1,4 +1,5 @@
 #include "EventPool.h"
+#include "EventSet.h"
 #include "XPCConnection.h"
 #include "XPCWire.h"
 #include "support/ServiceFixture.h"
@@ -18,6 +19,7 @@
 #include <mutex>
 #include <new>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -47,6 +49,16 @@ xpc_object_t NewMessage() {
     return xpc_dictionary_create(nullptr, nullptr, 0);
 }
 
+// An event of an earlier connection that lay at the same address, handled only now.
+void GiveStaleHint(xpc_connection_t connection) {
+    const platform::EventSet events;
+    const platform::Descriptor ready(eventfd(1, EFD_CLOEXEC));
+    ASSERT_TRUE(events.AddNumbered(ready.Get(), EPOLLIN, reinterpret_cast<uintptr_t>(connection)));
+    const platform::EventSet::Ready hint = events.Wait(0);
+    ASSERT_TRUE(hint);
+    hint.Handle();
+}
+
 // Serves kService in this process. Every peer's events go to `handle`, on pool threads.
 class XPCTest : public ServiceFixture {
 protected:
@@ -57,7 +69,7 @@ protected:
                                                       XPC_CONNECTION_MACH_SERVICE_LISTENER);
         ASSERT_NE(listener, nullptr);
         xpc_connection_set_event_handler(listener, [this, handle = std::move(handle)](xpc_object_t peer) {
-            if (refusePeers) return;
+            if (refusePeers) return GiveStaleHint(peer);
             accepted++;
             xpc_retain(peer);
             {
@@ -446,6 +458,7 @@ public:
         accepted.push_back(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         return accepted.back();
     }
+    void TurnAway() const { close(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC)); }
     bool IsAskedFor() const {
         pollfd wait{listening, POLLIN, 0};
         return poll(&wait, 1, 0) == 1;
@@ -507,6 +520,19 @@ TEST_F(XPCTest, NothingWaitsForAServerThatIsSlowToLetTheClientInAgain) {
     char bytes[sent];
     PumpUntil([&] { return recv(next, bytes, sent, MSG_PEEK) == static_cast<ssize_t>(sent); }, "both messages");
     close(filler);
+}
+
+TEST_F(XPCTest, AServerThatLetsTheClientInAndEndsBeforeItSendsIsNoticed) {
+    RawServer server(SocketPath());
+    const xpc_connection_t client = Connect();
+    std::atomic<bool> isOver{false};
+    std::thread ending([&] {
+        while (!isOver)
+            if (server.IsAskedFor()) server.TurnAway();
+    });
+    for (int i = 0; i < 300 && !HasFailure(); i++) EXPECT_EQ(Ask(client, i), -1);
+    isOver = true;
+    ending.join();
 }
 
 TEST_F(XPCTest, EventsReachAClientWhoseMainThreadHangsInAHandler) {
