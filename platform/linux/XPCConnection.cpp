@@ -220,7 +220,6 @@ void XPCConnection::DeliverTurn() {
         try {
             goesOn = turn.IsOver() ? PassOn() : DeliverNext(turn);
         } catch (const std::bad_alloc&) {
-            if (MainQueue::IsServedByThisThread()) throw;
             RunOutOfMemory();
         }
     }
@@ -563,14 +562,19 @@ bool XPCConnection::Enqueue(const wire::FrameHeader& header, const XPCDictionary
         std::perror("xpc: a message's descriptors can't be queued");
         return false;
     }
-    outbox.Add(header, message.Payload(), sent, std::move(descriptors));
+    try {
+        outbox.Add(header, message.Payload(), sent, std::move(descriptors));
+    } catch (const std::bad_alloc&) {
+        if (sent > 0) shutdown(socket.Get(), SHUT_RDWR);  // what went next would be taken for the rest of the frame
+        throw;
+    }
     if (outbox.Held() > (isClient ? kMaxClientQueue : kMaxPeerQueue)) {
         EndSending();
     } else if (state == State::Open) {
         Register();
     } else if (state == State::Interrupted) {
-        state = State::Connecting;
         EventPool::Shared().Submit([self = XPCRef<XPCConnection>::Retain(this)] { self->Reconnect(); });
+        state = State::Connecting;
     }
     return true;
 }

@@ -27,8 +27,9 @@
 // Interrupted; what it is given to send then is queued, and a thread of the pool connects again without any lock
 // (Connecting), which may take seconds, and makes it Open or Finished. Finished for good means one INVALID event, once.
 //
-// Out of memory on a thread of the pool: the connection is finished, and what it still owed (replies, barriers) is
-// dropped; the way there allocates nothing. Everybody else goes on.
+// Out of memory while delivering: the connection is finished, and what it still owed (replies, barriers) is dropped;
+// the way there allocates nothing. Everybody else goes on. Out of memory while sending: the sender's exception; a
+// message is kept for later as a whole or not at all, and one that had gone in part ends the stream.
 #pragma once
 
 #include "Descriptor.h"

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include <new>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -130,7 +131,8 @@ void XPCInbox::Rest() {
     }
     const size_t wanted = std::max(WantedRoom(), end - begin);
     if (wanted >= kRoom) return;
-    auto own = std::unique_ptr<char[]>(new char[wanted]);
+    auto own = std::unique_ptr<char[]>(new (std::nothrow) char[wanted]);
+    if (!own) return;  // no reason to lose the connection
     auto room = std::move(bytes);
     std::memcpy(own.get(), room.get() + begin, end - begin);
     if (capacity == kRoom && !spare) spare = std::move(room);

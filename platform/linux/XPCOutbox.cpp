@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <sys/socket.h>
 
 namespace platform {
@@ -49,9 +48,16 @@ ssize_t SendNow(int socket, iovec* parts, size_t count, const std::vector<Descri
 }
 
 // A frame with descriptors begins a chunk of its own, since they travel with the chunk's first byte; a chunk that has
-// begun to go still takes more behind it.
+// begun to go still takes more behind it. It has room for `size` bytes: nothing fails once a frame is partly there.
 XPCOutbox::Chunk& XPCOutbox::ChunkFor(size_t size, bool hasDescriptors) {
-    if (chunks.empty() || hasDescriptors || chunks.back().bytes.size() + size > kChunk) chunks.emplace_back();
+    if (chunks.empty() || hasDescriptors || chunks.back().bytes.size() + size > kChunk) {
+        std::list<Chunk> fresh(1);
+        fresh.back().bytes.reserve(size);
+        chunks.splice(chunks.end(), fresh);
+    } else {
+        std::string& bytes = chunks.back().bytes;
+        bytes.reserve(bytes.size() + size);
+    }
     return chunks.back();
 }
 
@@ -59,8 +65,7 @@ void XPCOutbox::Add(const wire::FrameHeader& header, std::string_view payload, s
                     std::vector<Descriptor> descriptors) {
     const std::string_view head(reinterpret_cast<const char*>(&header), sizeof header);
     Chunk& chunk = ChunkFor(head.size() + payload.size(), !descriptors.empty());
-    chunk.descriptors.insert(chunk.descriptors.end(), std::make_move_iterator(descriptors.begin()),
-                             std::make_move_iterator(descriptors.end()));
+    if (!descriptors.empty()) chunk.descriptors = std::move(descriptors);
     const size_t before = chunk.bytes.size();
     if (sent < head.size()) chunk.bytes.append(head.substr(sent));
     chunk.bytes.append(payload.substr(sent > head.size() ? sent - head.size() : 0));

@@ -24,7 +24,8 @@ public:
     // What it holds in memory.
     size_t Held() const { return bytesHeld + (barriers.size() - firstBarrier) * kBarrierSize; }
 
-    // A frame of which `sent` bytes have gone. Descriptors are taken along only while none have.
+    // A frame of which `sent` bytes have gone. Descriptors are taken along only while none have. Without memory nothing
+    // of it is added.
     void Add(const wire::FrameHeader& header, std::string_view payload, size_t sent,
              std::vector<Descriptor> descriptors);
     // Due once all that was added before has gone.

@@ -60,9 +60,9 @@ void LXPCBase::HandleEvent(xpc_object_t event, bool isReply) {
     if (type == XPC_TYPE_ERROR) return ErrorHandler(event, ConnectionOf(event), pNotify);
     if (type != XPC_TYPE_DICTIONARY) return;
     LList<LXPCDataListable> items;
+    const DescriptorsCloser closer(items);
     ReadItems(event, items);
     if (items.IsEmpty()) return;
-    DescriptorsCloser closer(items);
     if (isReply)
         pNotify->EvReplyReceived(ConnectionOf(event), items);
     else

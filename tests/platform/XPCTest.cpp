@@ -12,6 +12,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
@@ -27,6 +29,30 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+// Allocations of at least so many bytes fail.
+static std::atomic<size_t> refusedBytes{SIZE_MAX};
+
+void* operator new(size_t size) {
+    void* const memory = size < refusedBytes ? std::malloc(size) : nullptr;
+    if (!memory) throw std::bad_alloc();
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+void operator delete[](void* memory) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
+    operator delete(memory);
+}
 
 namespace {
 
@@ -604,6 +630,57 @@ TEST_F(XPCTest, MemoryThatRunsOutCostsOneConnection) {
     EXPECT_EQ(Ask(client, 13), -1);
     EXPECT_EQ(Ask(bystander, 1), 0);
     PumpUntil([&] { return invalid == 1 && clientInterrupted == 1; }, "the end of the one");
+}
+
+// Refuses large allocations for a scope.
+class LittleMemory {
+public:
+    LittleMemory() { refusedBytes = 100'000; }
+    ~LittleMemory() { refusedBytes = SIZE_MAX; }
+    LittleMemory(const LittleMemory&) = delete;
+    LittleMemory& operator=(const LittleMemory&) = delete;
+};
+
+TEST_F(XPCTest, AReplyForWhichTheMainThreadHasNoMemoryEndsItsConnection) {
+    RawServer server(SocketPath());
+    const xpc_connection_t client = Connect();
+    const int peer = server.Accept();
+    const Object message(NewMessage());
+    constexpr uint64_t kAnswered = 10;  // until the main thread reads the replies itself
+    uint64_t sent = 0, answers = 0;
+    for (uint64_t i = 0; i <= kAnswered; i++)
+        xpc_connection_send_message_with_reply(client, message, dispatch_get_main_queue(),
+                                               [&](xpc_object_t) { answers++; });
+    const LittleMemory little;
+    PumpUntil(
+        [&] {
+            if (sent > answers || sent > kAnswered) return clientInvalid == 1;
+            wire::FrameHeader header;
+            header.flags = wire::kFlagReply;
+            header.number = ++sent;
+            header.payloadLength = sent > kAnswered ? 500'000 : 0;
+            std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
+            if (sent > kAnswered) bytes.append(50'000, '\0');
+            EXPECT_EQ(send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+            return false;
+        },
+        "the end");
+    EXPECT_EQ(answers, kAnswered);
+}
+
+TEST_F(XPCTest, AMessageForWhoseRestThereIsNoMemoryEndsTheStream) {
+    RawServer server(SocketPath());
+    const xpc_connection_t client = Connect();
+    const int peer = server.Accept();
+    const Object bulk(NewMessage());
+    const std::string bytes(1'000'000, 'b');
+    xpc_dictionary_set_data(bulk, "bulk", bytes.data(), bytes.size());
+    {
+        const LittleMemory little;
+        EXPECT_THROW(xpc_connection_send_message(client, bulk), std::bad_alloc);
+    }
+    PumpUntil([&] { return clientInterrupted == 1; }, "the interruption");
+    EXPECT_GE(peer, 0);
 }
 
 TEST_F(XPCTest, AMessageWhoseDescriptorsCannotBeQueuedFailsAndTheOthersArrive) {
