@@ -65,7 +65,9 @@ bool Connect(int socket, const sockaddr_un& address) {
     const timeval patience{5, 0};
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     fcntl(socket, F_SETFL, 0);
-    const bool connected = connect(socket, where, sizeof address) == 0;
+    bool connected = false;
+    do connected = connect(socket, where, sizeof address) == 0;
+    while (!connected && errno == EINTR);  // a patience of its own makes any signal end the wait, even a continuation
     fcntl(socket, F_SETFL, O_NONBLOCK);
     return connected;
 }

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -546,6 +547,36 @@ TEST_F(XPCTest, NothingWaitsForAServerThatIsSlowToLetTheClientInAgain) {
     char bytes[sent];
     PumpUntil([&] { return recv(next, bytes, sent, MSG_PEEK) == static_cast<ssize_t>(sent); }, "both messages");
     close(filler);
+}
+
+TEST_F(XPCTest, AConnectThatWaitsOutlastsSignals) {
+    static std::atomic<int> handled;
+    handled = 0;
+    struct sigaction counting {};
+    struct sigaction old {};
+    counting.sa_handler = [](int) { handled++; };
+    ASSERT_EQ(sigaction(SIGUSR1, &counting, &old), 0);
+    RawServer server(SocketPath(), 0);
+    const int filler = ConnectRaw();  // the server's queue is full now
+    std::atomic<bool> isOver{false};
+    xpc_connection_t client = nullptr;
+    std::thread connecting([&] {
+        client = xpc_connection_create_mach_service(kService, nullptr, 0);
+        isOver = true;
+        while (handled >= 0) std::this_thread::yield();
+    });
+    while (handled < 1000 && !isOver) {
+        pthread_kill(connecting.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    server.Accept();
+    EXPECT_TRUE(WaitUntil([&] { return isOver.load(); }));
+    handled = -1;
+    connecting.join();
+    EXPECT_NE(client, nullptr);
+    xpc_release(client);
+    close(filler);
+    sigaction(SIGUSR1, &old, nullptr);
 }
 
 TEST_F(XPCTest, AServerThatLetsTheClientInAndEndsBeforeItSendsIsNoticed) {
