@@ -15,9 +15,13 @@ if(SCHEDULEHELPER_SANITIZE)
 endif()
 
 # compile_headers_once(TARGET [LIKE]): what most files include of the standard library is compiled beforehand, else it takes
-# nearly half of their time; once for TARGET, or with LIKE what was compiled for that one (whose options are the same). The
-# presets gcc-release, clang-tidy and package do without, so that a file that lacks an include is found.
+# nearly half of their time; once for TARGET, or with LIKE what was compiled for that one (whose options are the same). Only
+# in debug builds: the others find a file that lacks an include, and where it inlines, g++ 12 takes what it has compiled
+# beforehand for no system's headers any more, and warns of overflows in them that can't be.
 function(compile_headers_once target)
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" OR SCHEDULEHELPER_SANITIZE)
+    return()
+  endif()
   if(ARGC GREATER 1)
     target_precompile_headers(${target} REUSE_FROM ${ARGV1})
   else()

@@ -34,8 +34,11 @@
 // Allocations of at least so many bytes fail.
 static std::atomic<size_t> refusedBytes{SIZE_MAX};
 
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return size < refusedBytes ? std::malloc(size) : nullptr;
+}
 void* operator new(size_t size) {
-    void* const memory = size < refusedBytes ? std::malloc(size) : nullptr;
+    void* const memory = operator new(size, std::nothrow);
     if (!memory) throw std::bad_alloc();
     return memory;
 }
@@ -47,6 +50,9 @@ void operator delete(void* memory, size_t) noexcept {
 }
 void* operator new[](size_t size) {
     return operator new(size);
+}
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
 }
 void operator delete[](void* memory) noexcept {
     operator delete(memory);
