@@ -31,7 +31,25 @@ std::string TooLateFault(time_t start, time_t now) {
            "; the next possible is " + (isOver && again ? LocalTimeText(*again) : soonest);
 }
 
+tm LocalFields(time_t moment) {
+    tm fields{};
+    localtime_r(&moment, &fields);
+    return fields;
+}
+
 }  // namespace
+
+NewSchedule WithLaunchOnItsClock(NewSchedule schedule) {
+    const tm asked = LocalFields(schedule.start);
+    for (int days = 1; (schedule.daily || schedule.weekly) && days < 7; days++) {
+        if (LocalFields(schedule.start).tm_gmtoff == LocalFields(schedule.start - kLaunchLeadSeconds).tm_gmtoff) break;
+        tm earlier = asked;
+        earlier.tm_mday -= days;
+        earlier.tm_isdst = -1;
+        schedule.start = mktime(&earlier);
+    }
+    return schedule;
+}
 
 std::string ScheduleFault(const NewSchedule& schedule, time_t now) {
     if (std::string fault = NameFault(schedule.name); !fault.empty()) return fault;
@@ -51,7 +69,7 @@ std::optional<NewSchedule> ParseSchedule(const ScheduleWords& words, time_t now,
     if (!fault.empty()) return {};
     const NewSchedule schedule{words.name, *start, words.daily, *weekdays != 0, *weekdays};
     fault = ScheduleFault(schedule, now);
-    return fault.empty() ? std::optional(schedule) : std::nullopt;
+    return fault.empty() ? std::optional(WithLaunchOnItsClock(schedule)) : std::nullopt;
 }
 
 }  // namespace tools

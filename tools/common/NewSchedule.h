@@ -28,8 +28,12 @@ struct ScheduleWords {
 // possible; "" when it can: a name, a one-time start more than ten seconds ahead, a weekly one with a day.
 std::string ScheduleFault(const NewSchedule& schedule, time_t now);
 
-// What the words say. Nothing, with `fault` as a sentence for people, when they name no schedule, or one that would
-// never start.
+// The schedule as the helper keeps its time of day. That of a repeating one is its launch's, ten seconds before the
+// start: where a change of clocks lies between the two, an earlier date is taken, whose day has none.
+NewSchedule WithLaunchOnItsClock(NewSchedule schedule);
+
+// What the words say, as above. Nothing, with `fault` as a sentence for people, when they name no schedule, or one that
+// would never start.
 std::optional<NewSchedule> ParseSchedule(const ScheduleWords& words, time_t now, std::string& fault);
 
 }  // namespace tools

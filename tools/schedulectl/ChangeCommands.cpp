@@ -107,7 +107,7 @@ int RunAdd(const Options& options) {
     if (!helper.Tell(HelperRequest::Add(*application, *schedule), options.timeoutMs)) return Unanswered(output);
     const auto stored = ReadStore(StorePath());
     if (!stored || std::find(stored->begin(), stored->end(), wanted) == stored->end())
-        return output.Error(exitFailure, "the store " + StorePath() + " does not hold it");
+        return NotStored(output, " does not hold it");
     output.Answer((replaces ? "replaced " : "added ") + times, record);
     return exitDone;
 }
@@ -137,7 +137,7 @@ int RunDelete(const Options& options) {
     const bool isGone = stored && std::none_of(chosen->begin(), chosen->end(), [&](const StoredSchedule& schedule) {
                             return std::find(stored->begin(), stored->end(), schedule) != stored->end();
                         });
-    if (!isGone) return output.Error(exitFailure, "the store " + StorePath() + " still holds some");
+    if (!isGone) return NotStored(output, " still holds some");
     output.Answer("deleted " + what, record);
     return exitDone;
 }

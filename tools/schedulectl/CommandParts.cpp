@@ -35,14 +35,19 @@ size_t Distance(const std::string& a, const std::string& b) {
 
 ExitStatus Unreachable(const Output& output) {
     if (IsHelperRunning(StorePath()))
-        return output.Error(exitUnreachable,
-                            "the helper runs, but the helper serves only once Quillo runs: start Quillo, "
-                            "which starts the helper once more");
+        return output.Error(exitUnreachable, "the helper runs, but it serves only once Quillo runs: start Quillo, "
+                                             "which starts the helper once more");
     return output.Error(exitUnreachable, "no helper runs (schedulectl start)");
 }
 
 ExitStatus Unanswered(const Output& output) {
     return output.Error(exitUnreachable, "the helper does not answer; what was asked of it may still be done");
+}
+
+ExitStatus NotStored(const Output& output, const std::string& what) {
+    return output.Error(exitFailure, "the store " + StorePath() + what +
+                                         "; where it had no room (schedulectl doctor) the helper remembers, and "
+                                         "writes it with the next change");
 }
 
 ExitStatus UnreadableStore(const Output& output) {

@@ -15,6 +15,8 @@ namespace tools {
 ExitStatus Unreachable(const Output& output);
 ExitStatus Unanswered(const Output& output);
 ExitStatus UnreadableStore(const Output& output);
+// The helper took a change that is not in the store: `what` says how it looks there.
+ExitStatus NotStored(const Output& output, const std::string& what);
 
 // The application that a request is about. Nothing, and `status` says why, when there is none.
 std::optional<Application> ApplicationOf(const Options& options, const Output& output, ExitStatus& status);

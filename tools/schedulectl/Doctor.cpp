@@ -15,6 +15,7 @@
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -108,6 +109,14 @@ private:
         if (const auto aside = SetAside(path); !aside.empty())
             return Bad("store", "a damaged one was set aside: " + aside.front(),
                        "add again what is missing, then delete that file");
+        const std::string folder = FolderOf(path);
+        struct statvfs disk {};
+        const auto needed = static_cast<uint64_t>(isThere ? info.st_size : 0) + 65'536;
+        if (statvfs(folder.c_str(), &disk) == 0 && disk.f_bavail * disk.f_frsize < needed)
+            return Bad("store", "there is no room for a change of it in " + folder,
+                       "make room: what the helper could not write it writes with the next change");
+        if (access(folder.c_str(), F_OK) == 0 && access(folder.c_str(), W_OK | X_OK) != 0)
+            return Bad("store", "nothing may be written into " + folder, "chmod u+rwx '" + folder + "'");
         if (!isThere) return Good("store", "none yet: nothing was ever scheduled");
         const size_t count = overview->Schedules().size();
         Good("store", std::to_string(count) + (count == 1 ? " schedule" : " schedules") + " in " + path);

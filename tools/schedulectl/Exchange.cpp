@@ -97,7 +97,7 @@ std::vector<Wanted> Check(ParsedFile& parsed, const Options& options, const Outp
                  !isNew)
             refuse("the same as " + first->second);
         else
-            all.push_back({one.application, one.schedule});
+            all.push_back({one.application, WithLaunchOnItsClock(one.schedule)});
     }
     return all;
 }

@@ -186,5 +186,25 @@ TEST(NewSchedules, AreReadFromWords) {
     EXPECT_EQ(schedule->weekdays, 0x03);
 }
 
+TEST(NewSchedules, RepeatAtTheTimeOfDayThatWasAskedFor) {
+    const TimeZone zone("Europe/Berlin");
+    const struct {
+        ScheduleWords words;
+        const char* start;
+    } cases[] = {
+        {{"n", "2027-03-28T03:00", true, {}}, "2027-03-27 03:00:00"},
+        {{"n", "2027-03-28T03:00:09", false, "sun"}, "2027-03-27 03:00:09"},
+        {{"n", "2027-10-31T02:00:05+01:00", true, {}}, "2027-10-30 02:00:05"},
+        {{"n", "2027-03-28T03:00", false, {}}, "2027-03-28 03:00:00"},
+        {{"n", "2027-03-28T03:00:10", true, {}}, "2027-03-28 03:00:10"},
+    };
+    for (const auto& c : cases) {
+        std::string fault;
+        const auto schedule = ParseSchedule(c.words, 1'795'338'000, fault);
+        ASSERT_TRUE(schedule) << fault;
+        EXPECT_EQ(LocalTimeText(schedule->start), c.start);
+    }
+}
+
 }  // namespace
 }  // namespace tools
