@@ -24,7 +24,8 @@ public:
     // Keeps the bookmark of a registered path under one more key.
     static bool AddFilePathToSettings(const char* path, bool, const char* key);
 
-    // The first item of that path that isn't started, or is: false without one.
+    // The first item of that path that isn't started, or is: false without one. A path with several keys has an item
+    // for each once it was loaded.
     static bool StartAccessingSecurityScopedResource(const char* path);
     static bool StopAccessingSecurityScopedResource(const char* path);
     // Whether the path, or a folder whose path's text it begins with, is started. (A folder's name that begins another

@@ -11,7 +11,7 @@
 class LProcessEventsHandler {
 public:
     virtual ~LProcessEventsHandler() = default;
-    // Asked between events, and every 10 ms by the waits without end.
+    // Asked every 10 ms by the waits without end; by those with a time-out at their begin and after each event only.
     virtual bool IsProcessEventHandlerToStop() const = 0;
 
     // An LWaitResult each. 0xFFFFFFFF milliseconds: for ever.

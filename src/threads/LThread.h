@@ -31,8 +31,8 @@ public:
     LThread& operator=(const LThread&) = delete;
 
     // Runs the body on a new thread, unless one is running; takes back a stop request that came before. Returns once
-    // the thread has begun, or a stop request came. Nothing tells that a thread can't be made; the next Start tries
-    // again.
+    // the thread has begun, or a stop request came. Nothing tells that a thread can't be made: it counts as running,
+    // its body never runs, and the next Start tries again.
     void Start(int priority);
     void StopThreadSoon() { stopSignal.Signal(); }
     // A request: Linux schedules as it likes (mach/thread_policy.h).

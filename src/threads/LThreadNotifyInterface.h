@@ -16,7 +16,7 @@ public:
     explicit LThreadNotifyInterface(LProcessInterface& mainThreadTarget) : pTarget(&mainThreadTarget) {}
     ~LThreadNotifyInterface() override;
 
-    // Any thread.
+    // Any thread. An error without a text is none: null is not reported.
     void SetError(const char* text) override;
     void SetStatus(const char* text, int level) override;  // levels 0 and 1
     void SetProgress(double fraction) override;            // in whole hundredths, cut

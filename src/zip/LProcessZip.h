@@ -1,6 +1,7 @@
-// Adding files to an archive, and extracting one, as operations that report and can be stopped (between files). They
-// give an LProcessResult; the reason for a failure goes to SetError. The records own their nodes. One thread per
-// record; while one runs, no thread may depend on the process's working folder (LZipFile.h).
+// Adding files to an archive, and extracting one, as operations that report. Adding can be stopped between files,
+// extracting, which is one command, can't. They give an LProcessResult; the reason for a failure goes to SetError. The
+// records own their nodes. One thread per record; while one runs, no thread may depend on the process's working folder
+// (LZipFile.h).
 #pragma once
 
 #include "text/LCopyBounded.h"

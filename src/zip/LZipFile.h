@@ -46,7 +46,8 @@ public:
     bool SetFolder(const char* folder) { return Set(folderPath, folder); }
     bool SetRemovePath(const char* entry) { return Set(removePath, entry); }
     bool SetWorkingFolder(const char* folder) { return Set(workingFolder, folder); }
-    // By default "*.DS_Store*", "*.svn*" and "*.git*" are left out of all that is added and removed.
+    // By default "*.DS_Store*", "*.svn*" and "*.git*" are left out of all that is added and removed. The list of them
+    // is a file in the temporary folder, which stays there.
     void SetExclusionsOff(bool isOff) { exclusionsOff = isOff; }
 
     // Runs the command for what is pending, in the working folder. A folder removal goes alone. True, and nothing
@@ -58,7 +59,8 @@ public:
     bool ExtractAllFiles(const char* folder) { return Extract(archivePath, folder, nullptr); }
     bool Extract(const char* archive, const char* folder, const char* entry);
 
-    // Writes an archive without entries, 24 bytes: zip adds to it, unzip warns of it.
+    // Writes an archive without entries, 24 bytes, in the place of one that is there: zip adds to it, unzip warns of
+    // it.
     static bool CreateEmptyZipFile(const char* path);
 
     // These inspect nothing yet: an archive has no details, holds every entry, with size 0, and is not whole.
