@@ -44,7 +44,7 @@ SingleInstance::Outcome SingleInstance::Claim(uint32_t timeoutMs) {
     }
 }
 
-// Being accepted and answered with one byte is the acknowledgement. Takes about timeoutMs when nobody answers.
+// Being accepted and answered with one byte is the acknowledgement.
 bool SingleInstance::AskToReopen(uint32_t timeoutMs) const {
     pid_t server = 0;
     const Descriptor socket = ConnectIn(folder.Get(), name + ".reopen", server);

@@ -24,6 +24,9 @@ public:
     };
     // Takes the lock, or asks who holds it to reopen; whichever works first within timeoutMs.
     Outcome Claim(uint32_t timeoutMs);
+    // Asks who holds the lock to reopen. True: it has been launched, and answered within timeoutMs. Takes about that
+    // long when nobody does.
+    bool AskToReopen(uint32_t timeoutMs) const;
 
     // After Alone: the listening socket for requests to reopen; may be empty (errno).
     Descriptor ListenForReopen() const;
@@ -33,7 +36,6 @@ public:
 
 private:
     bool TryLock();
-    bool AskToReopen(uint32_t timeoutMs) const;
 
     std::string name;  // of the store, in `folder`
     Descriptor folder;

@@ -96,6 +96,25 @@ TEST_F(ControlTest, StopsAHelperOnlyWhereNothingIsMissed) {
     EXPECT_EQ(home.Stored().size(), 1u);
 }
 
+// A helper drops the schedules of an application that isn't there while it loads. Once "started" is said, it may go.
+TEST_F(ControlTest, AHelperIsStartedOnceItHasLoaded) {
+    const std::string bundle = home.CopyQuillo("elsewhere", "2.14");
+    std::vector<StoredSchedule> many(3'000, Once("", time(nullptr) + 3600));
+    for (size_t i = 0; i < many.size(); i++) {
+        many[i].name = std::to_string(i);
+        many[i].appPath = bundle;
+    }
+    home.WriteStore(many);
+    for (const char* command : {"start", "restart"}) {
+        Told(0, {command});
+        std::filesystem::rename(bundle, bundle + ".away");
+        Program second({Home::HelperProgram()}, home.Environment());
+        ASSERT_EQ(second.AwaitEnd(), 0) << "answered by one that has loaded";
+        EXPECT_EQ(home.Stored().size(), many.size()) << command;
+        std::filesystem::rename(bundle + ".away", bundle);
+    }
+}
+
 TEST_F(ControlTest, IsNotHungByAHelperThatHangs) {
     const auto quillo = home.StartQuillo();
     const auto helper = home.StartHelper();

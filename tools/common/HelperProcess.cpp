@@ -4,6 +4,7 @@
 #include "HelperClient.h"
 #include "HelperStarter.h"
 #include "ScheduleStore.h"
+#include "SingleInstance.h"
 #include "UserUnit.h"
 
 #include <bsd/processes.h>
@@ -38,16 +39,23 @@ void TakeEnvironmentOf(const HelperProcess& helper) {
 }
 
 constexpr const char* helperBundleName = "schedulehelper.app";
+constexpr uint32_t lookAgainMs = 20;
 
 // A lock that is let go of tells nobody: it is looked at.
 bool AwaitLook(const std::function<bool()>& isSo, uint32_t timeoutMs) {
-    constexpr uint32_t lookAgainMs = 20;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!isSo()) {
         if (std::chrono::steady_clock::now() >= deadline) return false;
         dispatch_pump_main({}, lookAgainMs);
     }
     return true;
+}
+
+// A helper holds its store before it has read it, and drops the schedules of an application that it doesn't find then.
+// It answers once that is over.
+bool AwaitLoaded(uint32_t timeoutMs) {
+    const platform::SingleInstance helper(StorePath());
+    return AwaitLook([&] { return helper.AskToReopen(lookAgainMs); }, timeoutMs);
 }
 
 }  // namespace
@@ -83,8 +91,7 @@ bool EndHelper(const HelperProcess& helper, uint32_t timeoutMs) {
 std::string StartHelper(uint32_t timeoutMs) {
     const std::optional<std::string> bundle = FindHelperBundle();
     std::string what = HelperStarter(bundle.value_or("/")).Start();
-    if (what.empty() || !AwaitLook([] { return IsHelperRunning(StorePath()); }, timeoutMs)) return "";
-    return what;
+    return what.empty() || !AwaitLoaded(timeoutMs) ? "" : what;
 }
 
 // systemd restarts its unit by itself: a start that comes before it has noticed the end would find the unit active.
@@ -94,7 +101,7 @@ std::string RestartHelper(const HelperProcess& helper, uint32_t timeoutMs) {
             const auto now = FindHelper();
             return now && (now->pid != helper.pid || now->pid == 0);
         };
-        return AwaitLook(isAnother, timeoutMs) ? "restarted the helper through systemd" : "";
+        return AwaitLook(isAnother, timeoutMs) && AwaitLoaded(timeoutMs) ? "restarted the helper through systemd" : "";
     }
     TakeEnvironmentOf(helper);
     if (EndHelper(helper, timeoutMs)) return StartHelper(timeoutMs);

@@ -27,8 +27,8 @@ std::optional<std::string> FindHelperBundle();
 // the store. False: it is still there after `timeoutMs`.
 bool EndHelper(const HelperProcess& helper, uint32_t timeoutMs);
 
-// Starts a helper, through systemd where its unit is installed, and waits until one holds the store. What was done, as
-// a sentence; "" when none came within `timeoutMs`.
+// Starts a helper, through systemd where its unit is installed, and waits until it has loaded the schedules. What was
+// done, as a sentence; "" when none had within `timeoutMs`.
 std::string StartHelper(uint32_t timeoutMs);
 
 // Ends this helper and starts another one, as the same unit where systemd runs it. What was done, as a sentence; ""

@@ -166,6 +166,8 @@ int RunStart(const Options& options) {
             return output.Error(exitRefused, "not started: " + fault);
     const std::string what = StartHelper(options.timeoutMs);
     const auto helper = FindHelper();
+    if (what.empty() && helper)
+        return output.Error(exitUnreachable, HelperText(*helper) + " runs, but doesn't answer yet");
     if (what.empty() || !helper)
         return output.Error(FindHelperBundle() ? exitUnreachable : exitNotFound,
                             "the helper could not be started (schedulectl doctor, schedulectl log)");
@@ -207,7 +209,7 @@ int RunRestart(const Options& options) {
     const auto helper = FindHelper();
     const std::string what = helper ? RestartHelper(*helper, options.timeoutMs) : StartHelper(options.timeoutMs);
     if (what.empty())
-        return output.Error(exitUnreachable, FindHelper() ? "the helper is still there"
+        return output.Error(exitUnreachable, FindHelper() ? "a helper is there, but doesn't answer"
                                                           : "the helper has ended and could not be started again");
     output.Answer("restarted: " + what, {{"restarted", true}});
     return exitDone;
