@@ -15,7 +15,7 @@
 namespace platform {
 
 namespace {
-constexpr uint32_t kRetryMs = 50;  // between looks at a lock whose holder doesn't answer yet
+constexpr uint32_t kRetryMs = 50;  // between looks at a lock whose holder doesn't listen yet
 }
 
 SingleInstance::SingleInstance(const std::string& store) {
@@ -39,18 +39,19 @@ SingleInstance::Outcome SingleInstance::Claim(uint32_t timeoutMs) {
         if (!lockFile || errno != EWOULDBLOCK) return Outcome::Unavailable;
         const uint64_t now = CurrentClock().MonotonicNs();
         if (now >= deadlineNs) return Outcome::Unanswered;
-        const auto leftMs = static_cast<uint32_t>((deadlineNs - now) / 1'000'000 + 1);
-        if (AskToReopen(std::min(leftMs, kRetryMs))) return Outcome::HandedOver;
+        if (AskToReopen(static_cast<uint32_t>((deadlineNs - now) / 1'000'000 + 1))) return Outcome::HandedOver;
     }
 }
 
-// Being accepted and answered with one byte is the acknowledgement.
+// Being accepted and answered with one byte is the acknowledgement. Whoever asks stays: each question is work for who
+// answers, and one who is slow would answer none if all had gone before their turn. Its end closes the connection.
 bool SingleInstance::AskToReopen(uint32_t timeoutMs) const {
     pid_t server = 0;
     const Descriptor socket = ConnectIn(folder.Get(), name + ".reopen", server);
     pollfd wait{socket.Get(), POLLIN, 0};  // a negative descriptor just waits
+    const uint32_t waitMs = socket ? timeoutMs : std::min(timeoutMs, kRetryMs);
     char answer;
-    return poll(&wait, 1, static_cast<int>(timeoutMs)) == 1 && recv(socket.Get(), &answer, 1, MSG_DONTWAIT) == 1;
+    return poll(&wait, 1, static_cast<int>(waitMs)) == 1 && recv(socket.Get(), &answer, 1, MSG_DONTWAIT) == 1;
 }
 
 Descriptor SingleInstance::ListenForReopen() const {

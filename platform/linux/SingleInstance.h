@@ -24,8 +24,8 @@ public:
     };
     // Takes the lock, or asks who holds it to reopen; whichever works first within timeoutMs.
     Outcome Claim(uint32_t timeoutMs);
-    // Asks who holds the lock to reopen. True: it has been launched, and answered within timeoutMs. Takes about that
-    // long when nobody does.
+    // Asks who holds the lock to reopen. True: it has been launched, and answered within timeoutMs. False comes sooner
+    // when nobody listens, or who did has ended: look at the lock again.
     bool AskToReopen(uint32_t timeoutMs) const;
 
     // After Alone: the listening socket for requests to reopen; may be empty (errno).
