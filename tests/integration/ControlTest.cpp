@@ -1,4 +1,5 @@
 // schedulectl as a person and a script use it, with a real helper. Run nothing else of this system beside these tests.
+#include "Descriptor.h"
 #include "app/LScheduleHelperKeys.h"
 #include "home/Home.h"
 #include "support/TempFolder.h"
@@ -9,9 +10,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <pty.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -113,6 +118,36 @@ TEST_F(ControlTest, AHelperIsStartedOnceItHasLoaded) {
         EXPECT_EQ(home.Stored().size(), many.size()) << command;
         std::filesystem::rename(bundle + ".away", bundle);
     }
+}
+
+// It holds its store before it has loaded, and after its last connection has gone: here until the test lets go of it.
+TEST_F(ControlTest, AHelperThatHoldsItsStoreIsNeitherLoadedNorEnded) {
+    platform::Descriptor store(open((home.StorePath() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(flock(store.Get(), LOCK_EX), 0);
+    EXPECT_TELLS(Told(4, {"start", "--timeout", "0.2"}), "doesn't answer yet");
+
+    const platform::Descriptor service(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    home.ServiceSocket().copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(service.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(service.Get(), 1), 0);
+    const auto takeRequest = [&] {
+        platform::Descriptor peer(accept4(service.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        char byte;
+        EXPECT_EQ(recv(peer.Get(), &byte, 1, 0), 1);
+        return peer;
+    };
+    Program early({Home::ControlProgram(), "quit", "--timeout", "0.5"}, home.Environment());
+    takeRequest().Reset();
+    EXPECT_EQ(early.AwaitEnd(), 4);
+    EXPECT_TELLS(early.Output(), "still there");
+    Program quit({Home::ControlProgram(), "quit"}, home.Environment());
+    platform::Descriptor peer = takeRequest();
+    store.Reset();
+    peer.Reset();
+    EXPECT_EQ(quit.AwaitEnd(), 0);
+    EXPECT_TELLS(quit.Output(), "has ended");
 }
 
 TEST_F(ControlTest, IsNotHungByAHelperThatHangs) {

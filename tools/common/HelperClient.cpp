@@ -1,15 +1,19 @@
 #include "HelperClient.h"
 
+#include "ScheduleStore.h"
 #include "app/LScheduleHelperKeys.h"
 
 #include <dispatch/dispatch.h>
 #include <dispatch/pump.h>
+
+#include <chrono>
 
 namespace tools {
 
 namespace {
 
 constexpr unsigned long connectionId = 0;
+constexpr uint32_t lookAgainMs = 20;
 
 }  // namespace
 
@@ -41,8 +45,15 @@ bool HelperClient::Tell(const HelperRequest& request, uint32_t timeoutMs) {
 }
 
 bool HelperClient::TellToQuit(uint32_t timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     Send(HelperRequest::Quit());
-    return dispatch_pump_main([this] { return state->disconnected; }, timeoutMs);
+    if (!dispatch_pump_main([this] { return state->disconnected; }, timeoutMs)) return false;
+    // Its connections go first; it holds the store until it has ended, and that nobody tells.
+    while (IsHelperRunning(StorePath())) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        dispatch_pump_main({}, lookAgainMs);
+    }
+    return true;
 }
 
 void HelperClient::Send(const HelperRequest& request) {

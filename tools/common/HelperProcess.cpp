@@ -51,13 +51,6 @@ bool AwaitLook(const std::function<bool()>& isSo, uint32_t timeoutMs) {
     return true;
 }
 
-// A helper holds its store before it has read it, and drops the schedules of an application that it doesn't find then.
-// It answers once that is over.
-bool AwaitLoaded(uint32_t timeoutMs) {
-    const platform::SingleInstance helper(StorePath());
-    return AwaitLook([&] { return helper.AskToReopen(lookAgainMs); }, timeoutMs);
-}
-
 }  // namespace
 
 std::optional<HelperProcess> FindHelper() {
@@ -78,6 +71,17 @@ std::optional<std::string> HelperVariable(const HelperProcess& helper, const std
 
 std::optional<std::string> FindHelperBundle() {
     return FindBundle(helperBundleName, OwnBundle());
+}
+
+bool AwaitLoaded(uint32_t timeoutMs) {
+    const platform::SingleInstance helper(StorePath());
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        const auto left = deadline - std::chrono::steady_clock::now();
+        const auto leftMs = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+        if (leftMs <= 0) return false;
+        if (helper.AskToReopen(static_cast<uint32_t>(leftMs))) return true;
+    }
 }
 
 bool EndHelper(const HelperProcess& helper, uint32_t timeoutMs) {

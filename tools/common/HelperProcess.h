@@ -23,6 +23,10 @@ std::optional<std::string> HelperVariable(const HelperProcess& helper, const std
 // The helper's bundle: beside this program's own, or where programs are installed.
 std::optional<std::string> FindHelperBundle();
 
+// Waits until a helper has loaded the schedules: it holds its store before it has read it, and drops the schedules of
+// an application that it doesn't find then. It answers once that is over. False: none did within `timeoutMs`.
+bool AwaitLoaded(uint32_t timeoutMs);
+
 // Asks the helper to end (SIGTERM; one whose number isn't known through its service) and waits until it has let go of
 // the store. False: it is still there after `timeoutMs`.
 bool EndHelper(const HelperProcess& helper, uint32_t timeoutMs);

@@ -19,6 +19,10 @@ std::string HelperText(const HelperProcess& helper) {
     return "the helper (process " + std::to_string(helper.pid) + ")";
 }
 
+ExitStatus Unloaded(const Output& output, const HelperProcess& helper) {
+    return output.Error(exitUnreachable, HelperText(helper) + " runs, but doesn't answer yet");
+}
+
 // The start that a helper which ends now would miss: nothing when it is further away than `distance`.
 const ScheduleView* NearStart(const Overview& overview, time_t distance) {
     const ScheduleView* const next = overview.Next();
@@ -157,17 +161,22 @@ int RunStatus(const Options& options) {
 
 int RunStart(const Options& options) {
     const Output output(options.style);
-    if (const auto helper = FindHelper()) {
-        output.Answer(HelperText(*helper) + " runs already", {{"started", false}, {"pid", int64_t{helper->pid}}});
-        return exitDone;
+    // One may be loading still, or about to end: then there is one to be started.
+    if (FindHelper()) {
+        const bool isLoaded = AwaitLoaded(options.timeoutMs);
+        const auto helper = FindHelper();
+        if (helper && !isLoaded) return Unloaded(output, *helper);
+        if (helper) {
+            output.Answer(HelperText(*helper) + " runs already", {{"started", false}, {"pid", int64_t{helper->pid}}});
+            return exitDone;
+        }
     }
     if (!options.dropMissing)
         if (const std::string fault = WhatAStartWouldDrop(); !fault.empty())
             return output.Error(exitRefused, "not started: " + fault);
     const std::string what = StartHelper(options.timeoutMs);
     const auto helper = FindHelper();
-    if (what.empty() && helper)
-        return output.Error(exitUnreachable, HelperText(*helper) + " runs, but doesn't answer yet");
+    if (what.empty() && helper) return Unloaded(output, *helper);
     if (what.empty() || !helper)
         return output.Error(FindHelperBundle() ? exitUnreachable : exitNotFound,
                             "the helper could not be started (schedulectl doctor, schedulectl log)");
