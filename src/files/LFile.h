@@ -25,8 +25,7 @@ public:
     // The last component up to its last point. A leading point starts no extension: ".profile" of ".profile".
     static void _GetFileNameFromPath(char* dst, const char* path);
     // Replaces the extension or adds it. Only a point at the start of the whole path starts no extension: ".profile"
-    // gets
-    // ".profile.lck", "/tmp/.profile" becomes "/tmp/.lck".
+    // gets ".profile.lck", "/tmp/.profile" becomes "/tmp/.lck".
     static void _ApplyNewFileExtension(char* dst, const char* path, const char* ext);
 
     // The mount point of the volume that holds an existing path. Else by the text: "C:\" for one that begins with the

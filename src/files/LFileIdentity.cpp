@@ -27,6 +27,7 @@ bool LLiesInFolder(const struct stat& folder, const char* path) {
     std::string text = path;
     struct stat status {};
     while (::stat(text.c_str(), &status) != 0) {
+        if (text == "." || text == "/") return false;  // may not be searched, so there is nothing more to look at
         const size_t slash = text.rfind('/');
         text = slash == std::string::npos ? "." : slash == 0 ? "/" : text.substr(0, slash);
     }

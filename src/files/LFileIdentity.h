@@ -11,5 +11,6 @@ inline bool LIsSameFile(const struct stat& a, const struct stat& b) {
 // Whether two paths are one entry of one folder. A second hard link to the same file is another entry.
 bool LIsSameEntry(const char* a, const char* b);
 
-// Whether `path`, which may not exist yet, is the folder or lies below it, through links too.
+// Whether `path`, which may not exist yet, is the folder or lies below it, through links too. False where that can't be
+// told: in a working folder that may not be searched.
 bool LLiesInFolder(const struct stat& folder, const char* path);

@@ -1,5 +1,6 @@
 #include "VirtualClock.h"
 #include "files/LFile.h"
+#include "files/LFileIdentity.h"
 #include "files/LFolderIterator.h"
 #include "support/FolderTree.h"
 #include "support/TempFolder.h"
@@ -37,6 +38,15 @@ std::vector<std::string> Walk(LFile::FolderIterator& walk, bool isOpen) {
 mode_t ModeOf(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+[[noreturn]] void LookFromAFolderThatCantBeSearched(const char* folder) {
+    struct stat root {};
+    constexpr uid_t kNobody = 65534;
+    ::alarm(60);  // ends a look without end
+    if (::stat("/", &root) != 0 || ::chdir(folder) != 0 || ::chmod(folder, 0) != 0) ::_exit(1);
+    if (::geteuid() == 0 && ::setuid(kNobody) != 0) ::_exit(2);
+    ::_exit(LLiesInFolder(root, "copy") ? 3 : 0);
 }
 
 }  // namespace
@@ -272,6 +282,13 @@ TEST(LFileCopy, FoldersAreCopiedWholeButNotIntoThemselves) {
     LFile::CopyFolderFiles(folder.Join("src/plain").c_str(), folder.Join("other").c_str());
     LFile::CopyFolderFiles(folder.Join("src").c_str(), folder.Join("src/plain").c_str());
     EXPECT_FALSE(fs::exists(folder.Join("other")));
+}
+
+TEST(LFileCopy, LooksAtPathsOfAFolderThatCantBeSearched) {
+    const TempFolder folder;
+    const std::string closed = folder.MakeFolder("closed");
+    EXPECT_EXIT(LookFromAFolderThatCantBeSearched(closed.c_str()), testing::ExitedWithCode(0), "");
+    ::chmod(closed.c_str(), 0700);
 }
 
 TEST(RunCommandLineProcess, IsTrueForASuccessOnly) {
