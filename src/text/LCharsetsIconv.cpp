@@ -43,7 +43,7 @@ void Convert(char* dst, const char* src, unsigned long room, const char* toCode,
 
 void CopyIconvFixedLength(char* dst, const char* src, unsigned long size, const char* toCode, const char* fromCode) {
     if (!size) return;
-    if (src && IsInside(src, dst, size)) {
+    if (src && (IsInside(src, dst, size) || IsInside(dst, src, strlen(src) + 1))) {
         Convert(dst, std::string(src).c_str(), size, toCode, fromCode);
     } else {
         Convert(dst, src ? src : "", size, toCode, fromCode);

@@ -3,6 +3,7 @@
 #include "text/LAscii.h"
 #include "text/LCopyBounded.h"
 #include "text/LPrintf.h"
+#include "text/LStringWriters.h"
 
 #include <cctype>
 #include <cstdint>
@@ -113,26 +114,28 @@ unsigned long LStringGenerateRandomPassword(char* dst, unsigned long n) {
 }
 
 void LStripAmpersand(char* dst, const char* src) {
+    LFixedLengthStringWriterTemplate<char> writer(dst, LTextBufferSize - 1);
     for (src = OrEmpty(src); *src; src++) {
         if (*src == '&' && *++src != '&') {
             src--;
             continue;
         }
-        *dst++ = *src;
+        writer.AddChar(*src);
     }
-    *dst = '\0';
+    dst[writer.Result()] = '\0';
 }
 
 void LStripJPStyleAmpersand(char* dst, const char* src) {
+    LFixedLengthStringWriterTemplate<char> writer(dst, LTextBufferSize - 1);
     for (src = OrEmpty(src); *src; src++) {
         if (src[0] == '(' && src[1] == '&') {
             src = std::strchr(src, ')');
             if (!src) break;
             continue;
         }
-        *dst++ = *src;
+        writer.AddChar(*src);
     }
-    *dst = '\0';
+    dst[writer.Result()] = '\0';
 }
 
 char* LStripFromFirstTabToEnd(char* s) {

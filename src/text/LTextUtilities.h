@@ -59,7 +59,8 @@ unsigned long LStringGenerateRandomPassword(char* dst, unsigned long n);
 // Seeds rand() by the clock.
 void randomize();
 
-// Menu texts. A mnemonic's "&" is dropped, "&&" becomes one. `dst` must hold `src`, and may be it.
+// Menu texts. A mnemonic's "&" is dropped, "&&" becomes one. At most 259 characters of the result are kept, so 260
+// bytes are room enough for `dst`, which may be `src`.
 void LStripAmpersand(char* dst, const char* src);
 // Drops mnemonics in parentheses behind the text, as Japanese menus have them: "File(&F)" becomes "File".
 void LStripJPStyleAmpersand(char* dst, const char* src);

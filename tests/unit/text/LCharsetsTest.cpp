@@ -344,6 +344,11 @@ TEST(LCharsetsIconv, KeepsWhatFitsAndEndsWithWholeCharacters) {
               "a");  // no euro sign in the page
     EXPECT_EQ(to("a\xC3", 9), "a");
     EXPECT_EQ(Filled<char>(3, [](char* dst, unsigned long) { LCopyToISO88591(dst, "\xC3\xA9"); }), "\xE9");
+    char shared[16] = "abcdef";
+    LCopyToISO88591(shared + 3, shared, 9);
+    EXPECT_STREQ(shared, "abcabcdef");
+    LCopyToISO88591(shared, shared + 3, 9);
+    EXPECT_STREQ(shared, "abcdef");
     char untouched = '#';
     LCopyToISO88591(&untouched, "x", 0);
     EXPECT_EQ(untouched, '#');

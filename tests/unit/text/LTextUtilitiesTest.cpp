@@ -138,6 +138,12 @@ TEST(LTextUtilities, MenuTexts) {
     EXPECT_STREQ(shown, "a");
     EXPECT_EQ(LStripFromFirstTabToEnd(shown), nullptr);
     EXPECT_EQ(Stripped(LPrepareForDisplay, "&a\tb"), "a\tb");
+    const std::string longText(300, 'x');
+    for (void (*strip)(char*, const char*) : {LStripAmpersand, LStripJPStyleAmpersand, LPrepareForDisplay}) {
+        std::string place(400, '#');
+        strip(place.data(), longText.c_str());
+        EXPECT_EQ(place, longText.substr(0, 259) + '\0' + std::string(140, '#'));
+    }
 }
 
 TEST(LStringParser, CommandLines) {
