@@ -154,6 +154,20 @@ TEST_F(HelperTest, WithQuilloItServesEveryRequest) {
     EXPECT_EQ(home.Control({"test"}), 4);
 }
 
+TEST_F(HelperTest, WhatSeveralQuillosAddAtOnceAllOfThemKeep) {
+    Program quillo(QuilloSession(), home.Environment());
+    ASSERT_TRUE(quillo.AwaitOutput("the helper knows")) << quillo.Output();
+    constexpr size_t count = 12;
+    std::vector<std::unique_ptr<Program>> adding;
+    for (size_t i = 0; i < count; i++)
+        adding.push_back(std::make_unique<Program>(
+            std::vector<std::string>{Home::QuilloProgram(), "add", "at once " + std::to_string(i), "--at", "+1h"},
+            home.Environment()));
+    for (const auto& one : adding) EXPECT_EQ(one->AwaitEnd(), 0) << one->Output();
+    EXPECT_EQ(home.Stored().size(), count);
+    EXPECT_EQ(CountOf(BytesOf(home.Environment().at("XDG_DATA_HOME") + "/Quillo/schedules.json"), "at once"), count);
+}
+
 TEST_F(HelperTest, RequestsThatItRefusesLeaveItServing) {
     Program quillo(QuilloSession(), home.Environment());
     ASSERT_TRUE(quillo.AwaitOutput("the helper knows")) << quillo.Output();

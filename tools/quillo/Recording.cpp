@@ -77,6 +77,7 @@ int Record() {
     Log log;
     log.Write("started by " + ParentText());
     ScheduleBook book(ScheduleBookPath());
+    LDescriptor turn = book.TakeTurn();
     const bool readable = book.Load();
     if (!readable) log.Write("can't read " + ScheduleBookPath());
     const std::vector<NewSchedule> due = DueSchedules(book.Schedules(), now);
@@ -87,6 +88,7 @@ int Record() {
         if (!schedule.daily && !schedule.weekly) book.Remove(schedule.name);
     }
     const bool saved = due.empty() || book.Save();
+    turn.Reset();
     if (!saved) log.Write("can't write " + ScheduleBookPath());
     log.Write(AwaitStopSignal(SecondsToRecord()) ? "stopped by a signal" : "done");
     return log.Good() && readable && saved ? 0 : 1;

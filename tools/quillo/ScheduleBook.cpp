@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace tools {
@@ -44,6 +45,12 @@ bool WriteAll(int file, const std::string& text) {
 }  // namespace
 
 ScheduleBook::ScheduleBook(std::string filePath) : path(std::move(filePath)) {}
+
+LDescriptor ScheduleBook::TakeTurn() const {
+    LDescriptor turn(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (turn && flock(turn.Get(), LOCK_EX) != 0) turn.Reset();
+    return turn;
+}
 
 bool ScheduleBook::Load() {
     schedules.clear();

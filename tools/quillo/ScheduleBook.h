@@ -1,8 +1,10 @@
 // ScheduleBook: Quillo's own list of schedules. The helper only starts Quillo; what is due Quillo finds here. Kept in
-// one JSON file, replaced as a whole at each change. One thread, one process at a time.
+// one JSON file, replaced as a whole at each change. One thread; of several Quillos, those that change it take turns.
 #pragma once
 
 #include "common/NewSchedule.h"
+
+#include <bsd/LDescriptor.h>
 
 #include <ctime>
 #include <string>
@@ -14,6 +16,9 @@ class ScheduleBook {
 public:
     explicit ScheduleBook(std::string filePath);
 
+    // Waits for one's turn, which is over when what is given goes. From before Load to after Save: what another Quillo
+    // saved between them would be lost. Empty where no turn can be had: then nothing can be saved, either.
+    LDescriptor TakeTurn() const;
     // False: there is a file, but it holds no list of schedules; the book is empty then. No file is an empty book.
     bool Load();
     // False (errno says why): the file is as it was.

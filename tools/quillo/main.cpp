@@ -52,9 +52,7 @@ public:
     // Quillo's own list first: being started for nothing is better than not knowing why.
     int Add(const NewSchedule& schedule) {
         if (!helper) return NoHelper();
-        if (!book.Load()) return Fail("can't read " + ScheduleBookPath());
-        book.Put(schedule);
-        if (!book.Save()) return Fail("can't write " + ScheduleBookPath());
+        if (const int status = Put(schedule)) return status;
         if (!helper->Tell(HelperRequest::Add(application, schedule), timeoutMs)) return NoAnswer();
         std::cout << "added \"" << schedule.name << "\" for " << LocalTimeText(schedule.start) << std::endl;
         return 0;
@@ -63,6 +61,7 @@ public:
     int Delete(const std::string& name) {
         if (!helper) return NoHelper();
         if (!helper->Tell(HelperRequest::Delete(application, name), timeoutMs)) return NoAnswer();
+        const LDescriptor turn = book.TakeTurn();
         if (!book.Load()) return Fail("can't read " + ScheduleBookPath());
         if (book.Remove(name) && !book.Save()) return Fail("can't write " + ScheduleBookPath());
         std::cout << "deleted \"" << name << '"' << std::endl;
@@ -86,6 +85,13 @@ public:
     }
 
 private:
+    int Put(const NewSchedule& schedule) {
+        const LDescriptor turn = book.TakeTurn();
+        if (!book.Load()) return Fail("can't read " + ScheduleBookPath());
+        book.Put(schedule);
+        return book.Save() ? 0 : Fail("can't write " + ScheduleBookPath());
+    }
+
     static int NoHelper() { return Fail("no helper answers"); }
     static int NoAnswer() { return Fail("the helper does not answer"); }
 
