@@ -226,7 +226,9 @@ private:
     }
 
     void Connect() {
-        if (speaker && !speaker->Await()) Miss("an earlier request");
+        // Connections run side by side: without an answer behind the last request of the old one, what is told on the
+        // new one could overtake it.
+        if (speaker && !(Ask() && speaker->Await())) Miss("an earlier request");
         if (number % 2 == 0)
             speaker = std::make_unique<PlainSpeaker>(socket);
         else
