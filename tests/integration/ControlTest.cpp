@@ -245,7 +245,7 @@ TEST_F(ControlTest, WatchTellsWhatHappens) {
     Told(0, {"add", "before", "--at", "+1h"});
     Program watch({Home::ControlProgram(), "watch"}, home.Environment());
     ASSERT_TRUE(watch.AwaitOutput("stored  before")) << watch.Output();
-    Told(0, {"add", "due", "--at", "+12s"});
+    Told(0, {"add", "due", "--at", "+15s"});
     EXPECT_TRUE(watch.AwaitOutput("added  due")) << watch.Output();
     EXPECT_TRUE(watch.AwaitOutput("launch  due")) << watch.Output();
     Told(0, {"delete", "before", "due"});

@@ -94,7 +94,7 @@ std::string Exchange(const std::string& socketPath, const std::string& bytes, si
 }
 
 TEST_F(HelperTest, WithoutQuilloItServesNobodyButFires) {
-    const StoredSchedule due = Once("due", Home::QuilloBundle(), time(nullptr) + 3);
+    const StoredSchedule due = Once("due", Home::QuilloBundle(), time(nullptr) + 6);
     const StoredSchedule weekly{kMainAppBundleId, Home::QuilloBundle(), "weekly", due.launch + 3600, false, true, 0x7F};
     home.WriteStore({due, weekly});
     Program helper(Helper(), home.Environment());
@@ -283,7 +283,7 @@ TEST_F(HelperTest, StartsOnlyTheVersionThatItBelongsTo) {
     for (const char* version : {"2.13", "3.0", "2.140", "2.14", "2.14.2"})
         schedules.push_back(Once(version, home.CopyQuillo(version, version), 0));
     // The wrong ones are due first: when the right ones have come up, their turn is over. Copying has taken its time.
-    const time_t launch = time(nullptr) + 2;
+    const time_t launch = time(nullptr) + 5;
     for (size_t i = 0; i < schedules.size(); i++) schedules[i].launch = i < 3 ? launch : launch + 1;
     schedules.push_back(Once("again", schedules[3].appPath, launch + 1));
     home.WriteStore(schedules);
