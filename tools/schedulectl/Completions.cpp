@@ -15,7 +15,8 @@ std::string Joined(const std::vector<CompletedOption>& options) {
 
 // Up to the first remark: a shell has a line for it.
 std::string Short(const std::string& description) {
-    return description.substr(0, description.find_first_of("(:;"));
+    const std::string start = description.substr(0, description.find_first_of("(:;"));
+    return start.substr(0, start.find_last_not_of(' ') + 1);
 }
 
 // In single quotes.
@@ -116,7 +117,7 @@ std::string Zsh(const std::vector<CompletedOption>& global, const std::vector<Co
            "# Completions of schedulectl for zsh.\n"
            "_schedulectl_stored() {\n"
            "    local -a stored\n"
-           "    stored=(\"${(@f)$(schedulectl list --names 2>/dev/null)}\")\n"
+           "    stored=(${(f)\"$(schedulectl list --names 2>/dev/null)\"})\n"
            "    compadd -a stored\n"
            "}\n"
            "_schedulectl() {\n"
