@@ -7,23 +7,25 @@ target_compile_options(project_settings INTERFACE
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(project_settings INTERFACE -Wthread-safety -Wthread-safety-beta)
 endif()
-if(SCHEDULEHELPER_SANITIZE)
-  # g++ 12 sees uninitialised members of std::variant in the code that the sanitizers add, and overflows that can't be
-  # where it inlines headers that were compiled beforehand.
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    add_compile_options(-Wno-maybe-uninitialized -Wno-array-bounds -Wno-stringop-overflow)
+# g++ 12 sees overflows that can't be where it inlines headers that were compiled beforehand (gcc-release has none, and
+# these warnings), and uninitialised members of std::variant in the code that the sanitizers add.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  if(NOT CMAKE_DISABLE_PRECOMPILE_HEADERS)
+    add_compile_options(-Wno-array-bounds -Wno-stringop-overflow)
   endif()
+  if(SCHEDULEHELPER_SANITIZE)
+    add_compile_options(-Wno-maybe-uninitialized)
+  endif()
+endif()
+if(SCHEDULEHELPER_SANITIZE)
   add_compile_options(-fsanitize=${SCHEDULEHELPER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SCHEDULEHELPER_SANITIZE})
 endif()
 
 # compile_headers_once(TARGET [LIKE]): what most files include of the standard library is compiled beforehand, else it takes
-# nearly half of their time; once for TARGET, or with LIKE what was compiled for that one (whose options are the same). Only
-# in debug builds: the others find a file that lacks an include.
+# nearly half of their time; once for TARGET, or with LIKE what was compiled for that one (whose options are the same). Not
+# in gcc-release and clang-tidy, which find a file that lacks an include.
 function(compile_headers_once target)
-  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    return()
-  endif()
   if(ARGC GREATER 1)
     target_precompile_headers(${target} REUSE_FROM ${ARGV1})
   else()
